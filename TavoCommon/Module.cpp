@@ -1,0 +1,72 @@
+#include "Module.h"
+#include "Cache.h"
+
+namespace Tavo {
+
+CModule g_module;
+
+namespace {
+
+CRITICAL_SECTION s_lock;
+CCleanupList s_cleanups;
+
+void CreateGlobalLock()
+{
+    if (!::InitializeCriticalSectionAndSpinCount(&s_lock, 0))
+        AtlThrow(HRESULT_FROM_WIN32(::GetLastError()));
+}
+
+} // namespace
+
+CGlobalLock::CGlobalLock() { ::EnterCriticalSection(&s_lock); }
+CGlobalLock::~CGlobalLock() { ::LeaveCriticalSection(&s_lock); }
+
+void RegisterCleanup(CCleanup& node, void (*pfnDestroy)(void*), void* pv)
+{
+    s_cleanups.Add(node, pfnDestroy, pv);
+}
+
+bool CModule::Initialize(HINSTANCE hInstance)
+{
+    m_hInstance = m_hInstResource = hInstance;
+    try {
+        CreateGlobalLock();
+    } catch (const CAtlException&) {
+        return false;
+    }
+    return true;
+}
+
+void CModule::Terminate()
+{
+    s_cleanups.RunAll();
+    ::DeleteCriticalSection(&s_lock);
+}
+
+} // namespace Tavo
+
+#if defined(TAVO_STATIC)
+
+// Linked into a test program: the program's own module stands in for the library's.
+namespace {
+struct CStaticModule {
+    CStaticModule() { Tavo::g_module.Initialize(::GetModuleHandleW(NULL)); }
+    ~CStaticModule() { Tavo::g_module.Terminate(); }
+} s_staticModule;
+} // namespace
+
+#else
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE hInstance, DWORD dwReason, LPVOID)
+{
+    switch (dwReason) {
+    case DLL_PROCESS_ATTACH:
+        return Tavo::g_module.Initialize(hInstance) ? TRUE : FALSE;
+    case DLL_PROCESS_DETACH:
+        Tavo::g_module.Terminate();
+        break;
+    }
+    return TRUE;
+}
+
+#endif

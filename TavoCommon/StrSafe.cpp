@@ -1,0 +1,86 @@
+#include "StrSafe.h"
+
+#include <stdio.h>
+#include <wchar.h>
+
+namespace {
+
+template <typename XCHAR>
+HRESULT BoundedCopy(XCHAR* pszDest, size_t cchDest, const XCHAR* pszSrc)
+{
+    if (cchDest == 0 || cchDest > STRSAFE_MAX_CCH) return E_INVALIDARG;
+    if (!pszSrc) pszSrc = reinterpret_cast<const XCHAR*>(L"");
+    size_t i = 0;
+    for (; i < cchDest; ++i) {
+        pszDest[i] = pszSrc[i];
+        if (pszSrc[i] == 0) return S_OK;
+    }
+    pszDest[cchDest - 1] = 0;
+    return STRSAFE_E_INSUFFICIENT_BUFFER;
+}
+
+int PrintBounded(wchar_t* psz, size_t cch, const wchar_t* pszFormat, va_list args)
+{
+    return _vsnwprintf(psz, cch, pszFormat, args);
+}
+
+int PrintBounded(char* psz, size_t cch, const char* pszFormat, va_list args)
+{
+    return _vsnprintf(psz, cch, pszFormat, args);
+}
+
+template <typename XCHAR>
+HRESULT BoundedPrint(XCHAR* pszDest, size_t cchDest, const XCHAR* pszFormat, va_list args)
+{
+    if (cchDest == 0 || cchDest > STRSAFE_MAX_CCH) return E_INVALIDARG;
+    if (!pszFormat) {
+        pszDest[0] = 0;
+        return E_INVALIDARG;
+    }
+    const size_t cchMax = cchDest - 1;
+    const int nWritten = PrintBounded(pszDest, cchMax, pszFormat, args);
+    // The run-time does not terminate a text that fills the room exactly or overflows it.
+    pszDest[cchMax] = 0;
+    if (nWritten < 0 || static_cast<size_t>(nWritten) > cchMax) return STRSAFE_E_INSUFFICIENT_BUFFER;
+    return S_OK;
+}
+
+} // namespace
+
+HRESULT StringCchCopyW(wchar_t* pszDest, size_t cchDest, const wchar_t* pszSrc)
+{
+    return BoundedCopy(pszDest, cchDest, pszSrc);
+}
+
+HRESULT StringCchCopyA(char* pszDest, size_t cchDest, const char* pszSrc)
+{
+    return BoundedCopy(pszDest, cchDest, pszSrc);
+}
+
+HRESULT StringCchVPrintfW(wchar_t* pszDest, size_t cchDest, const wchar_t* pszFormat, va_list args)
+{
+    return BoundedPrint(pszDest, cchDest, pszFormat, args);
+}
+
+HRESULT StringCchVPrintfA(char* pszDest, size_t cchDest, const char* pszFormat, va_list args)
+{
+    return BoundedPrint(pszDest, cchDest, pszFormat, args);
+}
+
+HRESULT StringCchPrintfW(wchar_t* pszDest, size_t cchDest, const wchar_t* pszFormat, ...)
+{
+    va_list args;
+    va_start(args, pszFormat);
+    HRESULT hr = StringCchVPrintfW(pszDest, cchDest, pszFormat, args);
+    va_end(args);
+    return hr;
+}
+
+HRESULT StringCchPrintfA(char* pszDest, size_t cchDest, const char* pszFormat, ...)
+{
+    va_list args;
+    va_start(args, pszFormat);
+    HRESULT hr = StringCchVPrintfA(pszDest, cchDest, pszFormat, args);
+    va_end(args);
+    return hr;
+}

@@ -1,0 +1,63 @@
+# Build rules shared by every target of the project.
+
+# The project's own code builds warning-free.
+function(tavo_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)
+endfunction()
+
+# One C++ runtime for the library and every caller: a shared libgcc so that an exception thrown in
+# the DLL unwinds into the caller's catch (each static libgcc has its own unwinder), a static
+# libstdc++ so that nothing else needs to ship.
+function(tavo_shared_unwinder target)
+  target_link_options(${target} PRIVATE -shared-libgcc -static-libstdc++)
+endfunction()
+
+# Modules that no exception crosses carry their whole runtime inside.
+function(tavo_static_runtime target)
+  target_link_options(${target} PRIVATE -static-libgcc -static-libstdc++ -static)
+endfunction()
+
+# The two runtime DLLs that TavoCommon.dll and its callers import.
+set(TAVO_RUNTIME_DLLS "")
+foreach(dll libgcc_s_dw2-1.dll libwinpthread-1.dll)
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll}
+                  OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(NOT EXISTS "${path}")
+    message(FATAL_ERROR "${CMAKE_CXX_COMPILER} does not know ${dll}")
+  endif()
+  get_filename_component(path "${path}" REALPATH)
+  list(APPEND TAVO_RUNTIME_DLLS "${path}")
+endforeach()
+set(TAVO_RUNTIME_DLLS "${TAVO_RUNTIME_DLLS}" CACHE INTERNAL "")
+
+# Copies the runtime DLLs beside the programs built into DIR, before TARGET links.
+function(tavo_runtime_beside target dir)
+  set(stamps "")
+  foreach(dll ${TAVO_RUNTIME_DLLS})
+    get_filename_component(name "${dll}" NAME)
+    add_custom_command(OUTPUT ${dir}/${name}
+                       COMMAND ${CMAKE_COMMAND} -E make_directory ${dir}
+                       COMMAND ${CMAKE_COMMAND} -E copy_if_different ${dll} ${dir}/${name}
+                       DEPENDS ${dll} VERBATIM)
+    list(APPEND stamps ${dir}/${name})
+  endforeach()
+  string(MAKE_C_IDENTIFIER "runtime_${dir}" runtime_target)
+  if(NOT TARGET ${runtime_target})
+    add_custom_target(${runtime_target} DEPENDS ${stamps})
+  endif()
+  add_dependencies(${target} ${runtime_target})
+endfunction()
+
+# Registers a test program once per kind of Windows: 64-bit (the library under WOW64) and 32-bit.
+# tavo_add_wine_test(NAME name TARGET target [ARGS ...])
+function(tavo_add_wine_test)
+  cmake_parse_arguments(T "" "NAME;TARGET" "ARGS" ${ARGN})
+  foreach(kind win64 win32)
+    add_test(NAME ${T_NAME}.${kind}
+             COMMAND ${PROJECT_SOURCE_DIR}/cmake/wine-run.sh ${kind} $<TARGET_FILE:${T_TARGET}> ${T_ARGS}
+             WORKING_DIRECTORY $<TARGET_FILE_DIR:${T_TARGET}>)
+    set_tests_properties(${T_NAME}.${kind} PROPERTIES
+                         ENVIRONMENT "TAVO_WINE_ROOT=${CMAKE_BINARY_DIR}/wine"
+                         LABELS ${kind})
+  endforeach()
+endfunction()
