@@ -9,22 +9,13 @@
 #include <vector>
 
 #include "ImportPatch.h"
+#include "TavoTest.h"
 
 using Tavo::CStringA;
 using Tavo::CStringW;
+using tavo::test::ThrownBy;
 
 namespace {
-
-template <typename F>
-HRESULT ThrownBy(F f)
-{
-    try {
-        f();
-    } catch (const Tavo::CAtlException& e) {
-        return e.m_hr;
-    }
-    return S_OK;
-}
 
 // Releases every thread that waits on it at once, so that first calls really race.
 class StartLine {
@@ -172,16 +163,13 @@ const char* CyrillicA() { return Tavo::CachedOnceNarrow(s_cyrillicNarrow, &Cyril
 
 TEST(CachedOnce, NarrowTwinKeepsTheFirstCallersCodePage)
 {
-    const LCID old = GetThreadLocale();
-    SetThreadLocale(MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT));
-    const std::string first = CyrillicA();
+    using tavo::test::WithThreadLocale;
+    const std::string first = WithThreadLocale(tavo::test::kRussianLocale, [] { return std::string(CyrillicA()); });
     std::string second;
     std::thread other([&] {
-        SetThreadLocale(MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT));
-        second = CyrillicA();
+        second = WithThreadLocale(tavo::test::kEnglishLocale, [] { return std::string(CyrillicA()); });
     });
     other.join();
-    SetThreadLocale(old);
     EXPECT_EQ("\xE9", first);
     EXPECT_EQ("\xE9", second);
 }

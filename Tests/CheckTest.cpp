@@ -9,6 +9,7 @@
 
 #include "ImportPatch.h"
 #include "Recorder.h"
+#include "TavoTest.h"
 
 using tavo::test::RecordedLine;
 using tavo::test::RecordedLines;
@@ -275,14 +276,9 @@ TEST(Argument, ConvertsOnTheStackInTheThreadsCodePage)
     EXPECT_EQ(0, s_heapAllocations);
 
     // The code page is read at each conversion.
-    const LCID old = GetThreadLocale();
-    SetThreadLocale(MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT));
-    const std::wstring cyrillic = Converted("\xE9");
-    SetThreadLocale(MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT));
-    const std::wstring latin = Converted("\xE9");
-    SetThreadLocale(old);
-    EXPECT_EQ(L"\x0439", cyrillic);
-    EXPECT_EQ(L"\x00E9", latin);
+    using tavo::test::WithThreadLocale;
+    EXPECT_EQ(L"\x0439", WithThreadLocale(tavo::test::kRussianLocale, [] { return Converted("\xE9"); }));
+    EXPECT_EQ(L"\x00E9", WithThreadLocale(tavo::test::kEnglishLocale, [] { return Converted("\xE9"); }));
 }
 
 TEST(Argument, VeryLongArgumentLeavesTheStackAlone)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ImportPatch.h"
+#include "TavoTest.h"
 
 using Tavo::CAtlArray;
 using Tavo::CAtlException;
@@ -16,30 +17,10 @@ using Tavo::CStringW;
 
 namespace {
 
-template <typename F>
-HRESULT ThrownBy(F f)
-{
-    try {
-        f();
-    } catch (const CAtlException& e) {
-        return e.m_hr;
-    }
-    return S_OK;
-}
-
-// Runs f with the calling thread's locale (and so CP_THREAD_ACP) set to lcid.
-template <typename F>
-auto WithThreadLocale(LCID lcid, F f)
-{
-    const LCID old = GetThreadLocale();
-    SetThreadLocale(lcid);
-    auto result = f();
-    SetThreadLocale(old);
-    return result;
-}
-
-const LCID kRussian = MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT);   // 1251
-const LCID kEnglish = MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT);  // 1252
+using tavo::test::kEnglishLocale;
+using tavo::test::kRussianLocale;
+using tavo::test::ThrownBy;
+using tavo::test::WithThreadLocale;
 
 int s_failAllocations;
 LPVOID WINAPI FailingHeapAlloc(HANDLE, DWORD, SIZE_T)
@@ -163,10 +144,10 @@ TEST(String, BufferTakesItsLengthFromTheFirstZero)
 TEST(String, ConvertsInTheCallingThreadsCodePage)
 {
     // 0xE9 is e-acute in 1252 and the short i (U+0439) in 1251.
-    EXPECT_EQ(CStringW(L"\x00E9"), WithThreadLocale(kEnglish, [] { return CStringW("\xE9"); }));
-    EXPECT_EQ(CStringW(L"\x0439"), WithThreadLocale(kRussian, [] { return CStringW("\xE9"); }));
-    EXPECT_EQ(CStringA("\xE9"), WithThreadLocale(kRussian, [] { return CStringA(L"\x0439"); }));
-    EXPECT_EQ(CStringA("?"), WithThreadLocale(kEnglish, [] { return CStringA(L"\x0439"); }))
+    EXPECT_EQ(CStringW(L"\x00E9"), WithThreadLocale(kEnglishLocale, [] { return CStringW("\xE9"); }));
+    EXPECT_EQ(CStringW(L"\x0439"), WithThreadLocale(kRussianLocale, [] { return CStringW("\xE9"); }));
+    EXPECT_EQ(CStringA("\xE9"), WithThreadLocale(kRussianLocale, [] { return CStringA(L"\x0439"); }));
+    EXPECT_EQ(CStringA("?"), WithThreadLocale(kEnglishLocale, [] { return CStringA(L"\x0439"); }))
         << "a character the code page lacks becomes its default, as the platform converts it";
 }
 
