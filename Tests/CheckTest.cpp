@@ -281,6 +281,22 @@ TEST(Argument, ConvertsOnTheStackInTheThreadsCodePage)
     EXPECT_EQ(L"\x00E9", WithThreadLocale(tavo::test::kEnglishLocale, [] { return Converted("\xE9"); }));
 }
 
+namespace {
+int WINAPI FailingMultiByteToWideChar(UINT, DWORD, LPCCH, int, LPWSTR, int)
+{
+    SetLastError(ERROR_NO_UNICODE_TRANSLATION);
+    return 0;
+}
+} // namespace
+
+TEST(Argument, AFailedConversionGivesNull)
+{
+    tavo::test::ScopedImportPatch patch(GetModuleHandleW(nullptr), "KERNEL32.dll", "MultiByteToWideChar",
+                                        &FailingMultiByteToWideChar);
+    ASSERT_TRUE(patch.Patched());
+    EXPECT_EQ(L"(null)", Converted("text"));
+}
+
 TEST(Argument, VeryLongArgumentLeavesTheStackAlone)
 {
     const std::string text(Tavo::CWideArgument::kMaxStackChars * 3, 'z');
