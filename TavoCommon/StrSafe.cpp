@@ -38,8 +38,9 @@ HRESULT BoundedPrint(XCHAR* pszDest, size_t cchDest, const XCHAR* pszFormat, va_
         return E_INVALIDARG;
     }
     const size_t cchMax = cchDest - 1;
-    const int nWritten = PrintBounded(pszDest, cchMax, pszFormat, args);
-    // The run-time does not terminate a text that fills the room exactly or overflows it.
+    // The whole buffer: ucrtbase's wide form keeps its last character for a terminator, msvcrt's
+    // does not, so only thus do both fit the same texts. msvcrt leaves a full buffer unterminated.
+    const int nWritten = PrintBounded(pszDest, cchDest, pszFormat, args);
     pszDest[cchMax] = 0;
     if (nWritten < 0 || static_cast<size_t>(nWritten) > cchMax) return STRSAFE_E_INSUFFICIENT_BUFFER;
     return S_OK;

@@ -5,7 +5,8 @@
 set -euo pipefail
 
 packages=(wine wine64 wine32:i386 g++-mingw-w64-i686-posix mingw-w64-tools binutils-mingw-w64-i686
-          xvfb xauth cmake make locales googletest)
+          xvfb xauth cmake make locales googletest
+          clang-16 lld-16 llvm-16 libwine-dev)
 
 if ! command -v dpkg-query >/dev/null; then
   echo "setup: not a Debian system; install by hand: ${packages[*]}" >&2
