@@ -1,5 +1,5 @@
 // The sink builds of CorvDebug.dll, called directly: the real log writer (loaded by full path from
-// bin/), the recorder every other test program reads, and the misbehaving stand-ins.
+// bin/) and the recorder every other test program reads.
 #include <windows.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -20,33 +20,8 @@
 
 namespace {
 
-// All but TRACE_WARNING, for this process's real sink; children run with the default (everything).
-const char kLevelsHere[] = "0xFFFFFFBF";
 const char kModulePath[] = "C:\\Program Files\\Tavo\\TavoCommon.dll";
 const char kStamp[] = "Tue Mar  5 10:11:12 2024";
-
-std::string ExePath()
-{
-    char path[MAX_PATH] = {};
-    ::GetModuleFileNameA(NULL, path, MAX_PATH);
-    return path;
-}
-
-std::string TestsDir()
-{
-    const std::string exe = ExePath();
-    return exe.substr(0, exe.find_last_of('\\') + 1);
-}
-
-// Build paths are Unix paths; Wine shows the root as drive Z:.
-std::string RealSinkPath()
-{
-    std::string path = "Z:" CORVDEBUG_REAL_SINK;
-    for (char& c : path) {
-        if (c == '/') c = '\\';
-    }
-    return path;
-}
 
 std::string TempFile(const char* prefix)
 {
@@ -58,52 +33,39 @@ std::string TempFile(const char* prefix)
 
 std::string ReadFile(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
 }
 
-// Lines of text that end in "\r\n"; a fragment without one is returned as a line of its own, so
-// that a torn write shows up as a line that does not parse.
+// Lines ending in "\r\n"; a trailing fragment is a line of its own, so a torn write does not parse.
 std::vector<std::string> SplitLines(const std::string& text)
 {
     std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        const size_t end = text.find("\r\n", start);
-        if (end == std::string::npos) {
-            lines.push_back(text.substr(start));
-            break;
-        }
+    for (size_t start = 0, end; start < text.size(); start = end + 2) {
+        end = std::min(text.find("\r\n", start), text.size());
         lines.push_back(text.substr(start, end - start));
-        start = end + 2;
     }
     return lines;
 }
 
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : name_(name)
+// Sets a variable for a scope, then puts back what was there.
+struct ScopedEnv {
+    ScopedEnv(const char* name, const char* value) : name(name)
     {
         char old[1024];
         const DWORD cch = ::GetEnvironmentVariableA(name, old, sizeof(old));
-        had_ = cch > 0 && cch < sizeof(old);
-        if (had_) old_ = old;
+        if (cch > 0 && cch < sizeof(old)) this->old = old, had = true;
         ::SetEnvironmentVariableA(name, value);
     }
-    ~ScopedEnv() { ::SetEnvironmentVariableA(name_, had_ ? old_.c_str() : NULL); }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    const char* name_;
-    bool had_;
-    std::string old_;
+    ~ScopedEnv() { ::SetEnvironmentVariableA(name, had ? old.c_str() : NULL); }
+    const char* name;
+    std::string old;
+    bool had = false;
 };
 
-void Output(PFN_CORV_OUTPUTA fn, DWORD level, const char* module, const char* file,
-            const char* function, int line, const char* format, ...)
+void Output(PFN_CORV_OUTPUTA fn, DWORD level, const char* module, const char* file, const char* function, int line,
+            const char* format, ...)
 {
     va_list args;
     va_start(args, format);
@@ -113,44 +75,51 @@ void Output(PFN_CORV_OUTPUTA fn, DWORD level, const char* module, const char* fi
 
 PFN_CORV_OUTPUTA OutputOf(HMODULE h)
 {
-    return h ? reinterpret_cast<PFN_CORV_OUTPUTA>(reinterpret_cast<void*>(::GetProcAddress(h, "OutputA")))
-             : NULL;
+    return h ? reinterpret_cast<PFN_CORV_OUTPUTA>(reinterpret_cast<void*>(::GetProcAddress(h, "OutputA"))) : NULL;
 }
 
-// The recorder is loaded by bare name before the real sink by full path: a bare-name load hands
-// back any module of that name that is already loaded.
-HMODULE Recorder()
+// The real sink from bin/; build paths are Unix paths, which Wine shows on drive Z:.
+PFN_CORV_OUTPUTA LoadRealSink()
 {
-    static HMODULE h = ::LoadLibraryA("CorvDebug.dll");
-    return h;
+    std::string path = "Z:" CORVDEBUG_REAL_SINK;
+    for (char& c : path) c = c == '/' ? '\\' : c;
+    return OutputOf(::LoadLibraryA(path.c_str()));
 }
 
-// This process's real sink writes to one temporary log, set before its first line.
+// This process's real sink writes to one temporary log, set before its first line, and filters out
+// TRACE_WARNING. The recorder is loaded by bare name first: a bare-name load hands back any module
+// of that name that is already loaded.
 struct RealSinkHere {
+    HMODULE recorder = ::LoadLibraryA("CorvDebug.dll");
     std::string log = TempFile("cdl");
     PFN_CORV_OUTPUTA output = NULL;
+    size_t seen = 0;
 
     RealSinkHere()
     {
-        Recorder();
         ::SetEnvironmentVariableA("CORVDEBUG_FILE", log.c_str());
-        ::SetEnvironmentVariableA("CORVDEBUG_LEVELS", kLevelsHere);
-        output = OutputOf(::LoadLibraryA(RealSinkPath().c_str()));
+        ::SetEnvironmentVariableA("CORVDEBUG_LEVELS", "0xFFFFFFBF");
+        output = LoadRealSink();
     }
     ~RealSinkHere() { ::DeleteFileA(log.c_str()); }
 
-    // The lines written since the previous call.
-    std::vector<std::string> NewLines()
+    // The lines written since the previous call, with the stamp checked for shape and cut off.
+    std::vector<std::string> NewLines(std::vector<std::string>* stamps = nullptr)
     {
         const std::string text = ReadFile(log);
-        const std::string fresh = text.substr(std::min(seen_, text.size()));
-        seen_ = text.size();
+        const std::string fresh = text.substr(std::min(seen, text.size()));
+        seen = text.size();
         EXPECT_TRUE(fresh.empty() || fresh.substr(fresh.size() - 2) == "\r\n") << fresh;
-        return SplitLines(fresh);
+        std::vector<std::string> lines = SplitLines(fresh);
+        static const std::regex shape(R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}) (.*))");
+        for (std::string& line : lines) {
+            std::smatch m;
+            EXPECT_TRUE(std::regex_match(line, m, shape)) << "not a log line: " << line;
+            if (stamps) stamps->push_back(m[1]);
+            line = m[2];
+        }
+        return lines;
     }
-
-private:
-    size_t seen_ = 0;
 };
 
 RealSinkHere& RealSink()
@@ -159,140 +128,44 @@ RealSinkHere& RealSink()
     return sink;
 }
 
-// "stamp LEVEL rest": the stamp's shape is checked here, its value by the caller.
-const std::regex kLineShape(R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}) (.*))");
-
-std::string AfterStamp(const std::string& line)
+ULONGLONG Ticks(const SYSTEMTIME& st)
 {
-    std::smatch m;
-    if (!std::regex_match(line, m, kLineShape)) {
-        ADD_FAILURE() << "not a log line: " << line;
-        return std::string();
-    }
-    return m[2];
+    FILETIME ft = {};
+    ::SystemTimeToFileTime(&st, &ft);
+    return (static_cast<ULONGLONG>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
 }
 
 ULONGLONG LocalNow()
 {
     SYSTEMTIME st;
     ::GetLocalTime(&st);
-    FILETIME ft;
-    ::SystemTimeToFileTime(&st, &ft);
-    return (static_cast<ULONGLONG>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
+    return Ticks(st);
 }
 
-ULONGLONG StampTime(const std::string& line)
-{
-    SYSTEMTIME st = {};
-    unsigned y, mo, d, h, mi, s, ms;
-    if (sscanf(line.c_str(), "%4u-%2u-%2u %2u:%2u:%2u.%3u", &y, &mo, &d, &h, &mi, &s, &ms) != 7) return 0;
-    st.wYear = WORD(y), st.wMonth = WORD(mo), st.wDay = WORD(d);
-    st.wHour = WORD(h), st.wMinute = WORD(mi), st.wSecond = WORD(s), st.wMilliseconds = WORD(ms);
-    FILETIME ft;
-    if (!::SystemTimeToFileTime(&st, &ft)) return 0;
-    return (static_cast<ULONGLONG>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
-}
-
-// The work of a child process: every level, then two threads of numbered lines.
-const int kChildLinesPerThread = 500;
-const DWORD kChildLevels[] = {TRACE_VERIFY, 2, TRACE_VERIFY_HR, TRACE_INFO, TRACE_WARNING, TRACE_ERROR, 0};
-
-// Children that append to one file start writing together, or they would hardly overlap: each
-// says it is ready (a semaphore) and waits for the go (an event); the names come as arguments.
-struct StartGate {
-    std::string ready = "CorvDebugTest.Ready." + std::to_string(::GetCurrentProcessId());
-    std::string go = "CorvDebugTest.Go." + std::to_string(::GetCurrentProcessId());
-    HANDLE readyHandle = ::CreateSemaphoreA(NULL, 0, 16, ready.c_str());
-    HANDLE goHandle = ::CreateEventA(NULL, TRUE, FALSE, go.c_str());
-
-    ~StartGate()
-    {
-        ::CloseHandle(readyHandle);
-        ::CloseHandle(goHandle);
-    }
-    // Opens once `children` have said they are ready.
-    bool Open(int children)
-    {
-        for (int i = 0; i < children; ++i) {
-            if (::WaitForSingleObject(readyHandle, 30000) != WAIT_OBJECT_0) return false;
-        }
-        return ::SetEvent(goHandle) != FALSE;
-    }
-    static bool Pass(const std::vector<std::string>& names)
-    {
-        if (names.size() != 2) return true;
-        HANDLE ready = ::OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, names[0].c_str());
-        HANDLE go = ::OpenEventA(SYNCHRONIZE, FALSE, names[1].c_str());
-        const bool passed = ready && go && ::ReleaseSemaphore(ready, 1, NULL) &&
-                            ::WaitForSingleObject(go, 30000) == WAIT_OBJECT_0;
-        if (ready) ::CloseHandle(ready);
-        if (go) ::CloseHandle(go);
-        return passed;
-    }
-};
-
-TAVO_CHILD_CASE(CorvDebugSinkLines)
-{
-    const PFN_CORV_OUTPUTA output = OutputOf(::LoadLibraryA(RealSinkPath().c_str()));
-    if (!output) return 1;
-    if (!StartGate::Pass(tavo::test::ChildArgs())) return 2;
-    for (DWORD level : kChildLevels) Output(output, level, kModulePath, "Child.cpp", "Child", 1, "level");
-    auto lines = [output](int thread) {
-        for (int i = 0; i < kChildLinesPerThread; ++i) {
-            Output(output, TRACE_INFO, kModulePath, "Child.cpp", "Child", 2, "pid %lu thread %d line %d",
-                   ::GetCurrentProcessId(), thread, i);
-        }
-    };
-    std::thread other(lines, 1);
-    lines(0);
-    other.join();
-    return 0;
-}
-
-// What a child wrote: each line whole, every level there (the default filter lets all through),
-// and each thread's numbered lines complete.
-void ExpectChildLines(const std::vector<std::string>& lines, size_t children)
-{
-    const std::regex numbered(R"(INFO TavoCommon\.dll Child\.cpp\(2\) Child: pid (\d+) thread (\d) line (\d+))");
-    std::set<std::string> seen;
-    size_t levelLines = 0;
-    for (const std::string& line : lines) {
-        const std::string rest = AfterStamp(line);
-        std::smatch m;
-        if (std::regex_match(rest, m, numbered)) {
-            EXPECT_TRUE(seen.insert(m[1].str() + "/" + m[2].str() + "/" + m[3].str()).second) << line;
-        } else if (rest.size() > 5 && rest.compare(rest.size() - 5, 5, "level") == 0) {
-            ++levelLines;
-        } else {
-            ADD_FAILURE() << "torn or unexpected line: " << line;
-        }
-    }
-    EXPECT_EQ(children * kChildLinesPerThread * 2, seen.size());
-    EXPECT_EQ(children * (sizeof(kChildLevels) / sizeof(kChildLevels[0])), levelLines);
-}
-
-// ---------------------------------------------------------------------------------------------
-
-TEST(CorvDebugSink, WritesStampLevelModuleSiteAndMessage)
+TEST(CorvDebugSink, WritesStampLevelModuleSiteAndMessageAndLeavesTheLastError)
 {
     RealSinkHere& sink = RealSink();
-    ASSERT_NE(nullptr, sink.output) << RealSinkPath();
+    ASSERT_NE(nullptr, sink.output) << CORVDEBUG_REAL_SINK;
     sink.NewLines();
 
     const ULONGLONG before = LocalNow();
+    ::SetLastError(0xdeadbeef);
     Output(sink.output, TRACE_INFO, kModulePath, "Config.cpp", "Tavo::GetConfigFileW", 57,
            "The config file is \"%ls\"", L"C:\\Data\\Product.cfg");
+    EXPECT_EQ(0xdeadbeefu, ::GetLastError());
     const ULONGLONG after = LocalNow();
 
-    const std::vector<std::string> lines = sink.NewLines();
+    std::vector<std::string> stamps;
+    const std::vector<std::string> lines = sink.NewLines(&stamps);
     ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ("INFO TavoCommon.dll Config.cpp(57) Tavo::GetConfigFileW: "
-              "The config file is \"C:\\Data\\Product.cfg\"",
-              AfterStamp(lines[0]));
-    const ULONGLONG stamp = StampTime(lines[0]);
-    // The stamp is local time to the millisecond, cut rather than rounded.
-    EXPECT_LE(before / 10000 * 10000, stamp) << lines[0];
-    EXPECT_GE(after, stamp) << lines[0];
+    EXPECT_EQ("INFO TavoCommon.dll Config.cpp(57) Tavo::GetConfigFileW: The config file is \"C:\\Data\\Product.cfg\"",
+              lines[0]);
+    SYSTEMTIME st = {};
+    ASSERT_EQ(7, sscanf(stamps[0].c_str(), "%4hu-%2hu-%2hu %2hu:%2hu:%2hu.%3hu", &st.wYear, &st.wMonth, &st.wDay,
+                        &st.wHour, &st.wMinute, &st.wSecond, &st.wMilliseconds));
+    // Local time to the millisecond, cut rather than rounded.
+    EXPECT_LE(before / 10000 * 10000, Ticks(st)) << stamps[0];
+    EXPECT_GE(after, Ticks(st)) << stamps[0];
 }
 
 TEST(CorvDebugSink, NamesEachLevelAndFiltersByMask)
@@ -300,12 +173,8 @@ TEST(CorvDebugSink, NamesEachLevelAndFiltersByMask)
     RealSinkHere& sink = RealSink();
     ASSERT_NE(nullptr, sink.output);
     sink.NewLines();
-    // Every row gets the same values; the template takes what it needs.
-    struct Row {
-        DWORD level;
-        const char* format;
-        const char* expected;  // null: filtered out by the mask
-    } const rows[] = {
+    // Every row gets the same values; the template takes what it needs. No line: filtered out.
+    const struct { DWORD level; const char* format; const char* expected; } rows[] = {
         {TRACE_VERIFY, "%s - %lu", "VERIFY M.dll F.cpp(9) Fn: Close(h) - 2147500037"},
         {TRACE_VERIFY_HR, "%s - %#08lx", "VERIFY_HR M.dll F.cpp(9) Fn: Close(h) - 0x80004005"},
         {TRACE_INFO, "%s", "INFO M.dll F.cpp(9) Fn: Close(h)"},
@@ -314,17 +183,11 @@ TEST(CorvDebugSink, NamesEachLevelAndFiltersByMask)
         {2, "two", "2 M.dll F.cpp(9) Fn: two"},
         {0x100, "wide", "256 M.dll F.cpp(9) Fn: wide"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.format);
-        Output(sink.output, row.level, "D:\\dir/M.dll", "F.cpp", "Fn", 9, row.format, "Close(h)",
-               0x80004005ul);
+        Output(sink.output, row.level, "D:\\dir/M.dll", "F.cpp", "Fn", 9, row.format, "Close(h)", 0x80004005ul);
         const std::vector<std::string> lines = sink.NewLines();
-        if (!row.expected) {
-            EXPECT_TRUE(lines.empty()) << lines[0];
-            continue;
-        }
-        ASSERT_EQ(1u, lines.size());
-        EXPECT_EQ(row.expected, AfterStamp(lines[0]));
+        EXPECT_EQ(row.expected ? std::vector<std::string>{row.expected} : std::vector<std::string>{}, lines);
     }
 }
 
@@ -343,100 +206,109 @@ TEST(CorvDebugSink, CutsOverlongFieldsAndPrintsNulls)
     const std::vector<std::string> lines = sink.NewLines();
     ASSERT_EQ(4u, lines.size());
     const std::string head = "ERROR TavoCommon.dll Long.cpp(1) Tavo::Long: ";
-    const std::string cut = AfterStamp(lines[0]);
-    ASSERT_EQ(head, cut.substr(0, head.size()));
-    const std::string message = cut.substr(head.size());
+    ASSERT_EQ(head, lines[0].substr(0, head.size()));
+    const std::string message = lines[0].substr(head.size());
     ASSERT_GT(message.size(), 1000u);
     EXPECT_LT(message.size(), longText.size());
     EXPECT_EQ(std::string(message.size() - 3, 'x') + "...", message);
-
-    const std::string longFunction = AfterStamp(lines[1]);
-    EXPECT_LT(longFunction.size(), longText.size());
-    EXPECT_EQ("x...", longFunction.substr(longFunction.size() - 4));
-
-    EXPECT_EQ("ERROR (null) (null)(3) (null): (null)", AfterStamp(lines[2]));
-    EXPECT_EQ("ERROR TavoCommon.dll Long.cpp(4) Tavo::Long: still fine", AfterStamp(lines[3]));
+    EXPECT_LT(lines[1].size(), longText.size());
+    EXPECT_EQ("x...", lines[1].substr(lines[1].size() - 4));
+    EXPECT_EQ("ERROR (null) (null)(3) (null): (null)", lines[2]);
+    EXPECT_EQ("ERROR TavoCommon.dll Long.cpp(4) Tavo::Long: still fine", lines[3]);
 }
 
-TEST(CorvDebugSink, LeavesTheCallersLastError)
-{
-    RealSinkHere& sink = RealSink();
-    ASSERT_NE(nullptr, sink.output);
-    ::SetLastError(0xdeadbeef);
-    Output(sink.output, TRACE_INFO, kModulePath, "E.cpp", "Fn", 1, "x");
-    EXPECT_EQ(0xdeadbeefu, ::GetLastError());
-    sink.NewLines();
-}
+// Settings are read once per process, so these run the sink in children with every level let
+// through: each child writes every level, then two threads of numbered lines.
+const int kChildLinesPerThread = 500;
+const DWORD kChildLevels[] = {TRACE_VERIFY, 2, TRACE_VERIFY_HR, TRACE_INFO, TRACE_WARNING, TRACE_ERROR, 0};
 
-TEST(CorvDebugSink, ThreadsWriteWholeLines)
+TAVO_CHILD_CASE(CorvDebugSinkLines)
 {
-    RealSinkHere& sink = RealSink();
-    ASSERT_NE(nullptr, sink.output);
-    sink.NewLines();
-    const int kThreads = 4, kLines = 100;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&sink, t] {
-            for (int i = 0; i < kLines; ++i) {
-                Output(sink.output, TRACE_INFO, kModulePath, "T.cpp", "Fn", 1, "thread %d line %d", t, i);
-            }
-        });
+    const PFN_CORV_OUTPUTA output = LoadRealSink();
+    if (!output) return 1;
+    // Children that share a file start together, or they would hardly overlap: each releases the
+    // "ready" semaphore and waits for the "go" event named in its arguments.
+    const std::vector<std::string>& gate = tavo::test::ChildArgs();
+    if (gate.size() == 2) {
+        HANDLE ready = ::OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, gate[0].c_str());
+        HANDLE go = ::OpenEventA(SYNCHRONIZE, FALSE, gate[1].c_str());
+        if (!ready || !go || !::ReleaseSemaphore(ready, 1, NULL) || ::WaitForSingleObject(go, 30000)) return 2;
     }
-    for (std::thread& thread : threads) thread.join();
+    for (DWORD level : kChildLevels) Output(output, level, kModulePath, "Child.cpp", "Child", 1, "level");
+    auto lines = [output](int thread) {
+        for (int i = 0; i < kChildLinesPerThread; ++i) {
+            Output(output, TRACE_INFO, kModulePath, "Child.cpp", "Child", 2, "pid %lu thread %d line %d",
+                   ::GetCurrentProcessId(), thread, i);
+        }
+    };
+    std::thread other(lines, 1);
+    lines(0);
+    other.join();
+    return 0;
+}
 
-    const std::regex shape(R"(INFO TavoCommon\.dll T\.cpp\(1\) Fn: thread (\d) line (\d+))");
+// What the children wrote: each line whole, every level there, each thread's numbered lines complete.
+void ExpectChildLines(const std::string& text, size_t children)
+{
+    const std::regex numbered(R"(.* INFO TavoCommon\.dll Child\.cpp\(2\) Child: pid (\d+) thread (\d) line (\d+))");
+    const std::regex level(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \S+ TavoCommon\.dll Child\.cpp\(1\) Child: level)");
     std::set<std::string> seen;
-    for (const std::string& line : sink.NewLines()) {
+    size_t levelLines = 0;
+    for (const std::string& line : SplitLines(text)) {
         std::smatch m;
-        const std::string rest = AfterStamp(line);
-        ASSERT_TRUE(std::regex_match(rest, m, shape)) << line;
-        EXPECT_TRUE(seen.insert(m[1].str() + "/" + m[2].str()).second) << line;
+        if (std::regex_match(line, m, numbered)) {
+            EXPECT_TRUE(seen.insert(m[1].str() + "/" + m[2].str() + "/" + m[3].str()).second) << line;
+        } else if (std::regex_match(line, level)) {
+            ++levelLines;
+        } else {
+            ADD_FAILURE() << "torn or unexpected line: " << line;
+        }
     }
-    EXPECT_EQ(size_t(kThreads * kLines), seen.size());
+    EXPECT_EQ(children * kChildLinesPerThread * 2, seen.size());
+    EXPECT_EQ(children * (sizeof(kChildLevels) / sizeof(kChildLevels[0])), levelLines);
 }
 
-// Settings are read once per process; these run the sink in children of their own.
 TEST(CorvDebugSinkProcess, TwoProcessesAppendWholeLinesOfEveryLevel)
 {
     const std::string log = TempFile("cdp");
     {
-        ScopedEnv file("CORVDEBUG_FILE", log.c_str());
-        ScopedEnv levels("CORVDEBUG_LEVELS", NULL);
+        ScopedEnv file("CORVDEBUG_FILE", log.c_str()), levels("CORVDEBUG_LEVELS", NULL);
         tavo::test::ScratchInstall install;
-        StartGate gate;
-        const std::vector<std::string> names = {gate.ready, gate.go};
+        const std::string pid = std::to_string(::GetCurrentProcessId());
+        const std::vector<std::string> gate = {"CorvDebugTest.Ready." + pid, "CorvDebugTest.Go." + pid};
+        HANDLE ready = ::CreateSemaphoreA(NULL, 0, 2, gate[0].c_str());
+        HANDLE go = ::CreateEventA(NULL, TRUE, FALSE, gate[1].c_str());
         tavo::test::ChildResult results[2];
-        std::thread first([&] { results[0] = install.Run("CorvDebugSinkLines", names); });
-        std::thread second([&] { results[1] = install.Run("CorvDebugSinkLines", names); });
-        EXPECT_TRUE(gate.Open(2));
+        std::thread first([&] { results[0] = install.Run("CorvDebugSinkLines", gate); });
+        std::thread second([&] { results[1] = install.Run("CorvDebugSinkLines", gate); });
+        for (int i = 0; i < 2; ++i) EXPECT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(ready, 30000));
+        ::SetEvent(go);
         first.join();
         second.join();
+        ::CloseHandle(ready);
+        ::CloseHandle(go);
         for (const tavo::test::ChildResult& r : results) EXPECT_EQ(0u, r.exitCode) << r.output;
     }
     const std::string text = ReadFile(log);
     ::DeleteFileA(log.c_str());
-    ExpectChildLines(SplitLines(text), 2);
+    ExpectChildLines(text, 2);
 }
 
 TEST(CorvDebugSinkProcess, DashWritesToStandardError)
 {
-    ScopedEnv file("CORVDEBUG_FILE", "-");
-    ScopedEnv levels("CORVDEBUG_LEVELS", NULL);
+    ScopedEnv file("CORVDEBUG_FILE", "-"), levels("CORVDEBUG_LEVELS", NULL);
     tavo::test::ScratchInstall install;
     const tavo::test::ChildResult r = install.Run("CorvDebugSinkLines");
     EXPECT_EQ(0u, r.exitCode) << r.output;
-    ExpectChildLines(SplitLines(r.output), 1);
+    ExpectChildLines(r.output, 1);
 }
-
-// ---------------------------------------------------------------------------------------------
 
 class CorvRecorder : public ::testing::Test {
 protected:
     void SetUp() override
     {
         // With the real sink loaded under the same name, the reader must still find the recorder.
-        RealSink();
-        output_ = OutputOf(Recorder());
+        output_ = OutputOf(RealSink().recorder);
         ASSERT_NE(nullptr, output_);
         ASSERT_TRUE(tavo::test::RecorderLoaded());
         tavo::test::ClearRecordedLines();
@@ -448,8 +320,7 @@ protected:
 
 TEST_F(CorvRecorder, KeepsEveryFieldOfEveryLineInOrder)
 {
-    const char* module = kModulePath;
-    Output(output_, TRACE_ERROR, module, "Config.cpp", "Tavo::GetConfigDWORD", 120,
+    Output(output_, TRACE_ERROR, kModulePath, "Config.cpp", "Tavo::GetConfigDWORD", 120,
            "Invalid DWORD value %ls = %ls", L"Retries", L"many");
     DWORD otherThread = 0;
     std::thread([&] {
@@ -457,14 +328,14 @@ TEST_F(CorvRecorder, KeepsEveryFieldOfEveryLineInOrder)
         Output(output_, TRACE_VERIFY_HR, "Z:\\other.dll", "Misc.cpp", "Tavo::Other", 7, "%s - %#08lx",
                "CoCreateInstance", 0x80040154ul);
     }).join();
-    Output(output_, 2, module, "Misc.cpp", "Tavo::Third", 8, "plain");
+    Output(output_, 2, kModulePath, "Misc.cpp", "Tavo::Third", 8, "plain");
 
     const std::vector<tavo::test::RecordedLine> lines = tavo::test::RecordedLines();
     ASSERT_EQ(3u, lines.size());
     const tavo::test::RecordedLine& first = lines[0];
     SCOPED_TRACE(tavo::test::Describe(first));
     EXPECT_EQ(TRACE_ERROR, first.level);
-    EXPECT_EQ(static_cast<const void*>(module), first.modulePointer);
+    EXPECT_EQ(static_cast<const void*>(kModulePath), first.modulePointer);
     EXPECT_EQ(kModulePath, first.module);
     EXPECT_EQ("Config.cpp", first.file);
     EXPECT_EQ("Tavo::GetConfigDWORD", first.function);
@@ -473,7 +344,6 @@ TEST_F(CorvRecorder, KeepsEveryFieldOfEveryLineInOrder)
     EXPECT_EQ("Invalid DWORD value %ls = %ls", first.format);
     EXPECT_EQ("Invalid DWORD value Retries = many", first.text);
     EXPECT_EQ(::GetCurrentThreadId(), first.threadId);
-
     EXPECT_EQ(TRACE_VERIFY_HR, lines[1].level);
     EXPECT_EQ("CoCreateInstance - 0x80040154", lines[1].text);
     EXPECT_EQ(otherThread, lines[1].threadId);
@@ -482,7 +352,7 @@ TEST_F(CorvRecorder, KeepsEveryFieldOfEveryLineInOrder)
 
     tavo::test::ClearRecordedLines();
     EXPECT_TRUE(tavo::test::RecordedLines().empty());
-    Output(output_, TRACE_INFO, module, "After.cpp", "Fn", 1, "after clear");
+    Output(output_, TRACE_INFO, kModulePath, "After.cpp", "Fn", 1, "after clear");
     const std::vector<tavo::test::RecordedLine> again = tavo::test::RecordedLines();
     ASSERT_EQ(1u, again.size());
     EXPECT_EQ("after clear", again[0].text);
@@ -530,51 +400,6 @@ TEST_F(CorvRecorder, SetsTheLastErrorOnlyWhenAsked)
     Output(output_, TRACE_INFO, kModulePath, "E.cpp", "Fn", 3, "knob gone");
     EXPECT_EQ(5u, ::GetLastError());
     EXPECT_EQ(3u, tavo::test::RecordedLines().size());
-}
-
-// ---------------------------------------------------------------------------------------------
-
-struct LoadedSink {
-    explicit LoadedSink(const char* name) : h(::LoadLibraryA((TestsDir() + name).c_str())) {}
-    ~LoadedSink()
-    {
-        if (h) ::FreeLibrary(h);
-    }
-    LoadedSink(const LoadedSink&) = delete;
-    LoadedSink& operator=(const LoadedSink&) = delete;
-    int Count() const
-    {
-        const auto count = reinterpret_cast<PFN_CORV_RECORDER_COUNT>(
-            reinterpret_cast<void*>(::GetProcAddress(h, "CorvRecorderCount")));
-        return count ? count() : -1;
-    }
-    HMODULE h;
-};
-
-TEST(CorvDebugTestSinks, MisbehaveAsTheChannelTestsExpect)
-{
-    LoadedSink noOutput("CorvDebugNoOutput.dll");
-    ASSERT_TRUE(noOutput.h);
-    EXPECT_EQ(nullptr, OutputOf(noOutput.h));
-
-    LoadedSink faults("CorvDebugFaults.dll");
-    ASSERT_TRUE(faults.h);
-    EXPECT_NE(nullptr, OutputOf(faults.h));
-    EXPECT_EQ(0, faults.Count());
-
-    // The exception crosses the module boundary: both sides unwind with the shared libgcc.
-    LoadedSink throws("CorvDebugThrows.dll");
-    ASSERT_TRUE(throws.h);
-    const PFN_CORV_OUTPUTA output = OutputOf(throws.h);
-    ASSERT_NE(nullptr, output);
-    bool caught = false;
-    try {
-        Output(output, TRACE_INFO, kModulePath, "F.cpp", "Fn", 1, "x");
-    } catch (...) {
-        caught = true;
-    }
-    EXPECT_TRUE(caught);
-    EXPECT_EQ(1, throws.Count());
 }
 
 } // namespace
