@@ -93,49 +93,38 @@ int TraceThreeLinesAndReport()
 
 TAVO_CHILD_CASE(ChannelThreeLines) { return TraceThreeLinesAndReport(); }
 
-TEST(Channel, WithoutASinkOneLoadAttemptAndNothingElse)
+// Three lines through each kind of sibling: every call returns its ordinary result, and the library
+// loads once, asks for the handle at every line while it holds one, and looks the entry up once.
+TEST(Channel, EachKindOfSiblingSeesOneLoadAndOneLookup)
 {
-    ScratchInstall install;
-    install.WithoutSink();
-    ChildResult result = install.Run("ChannelThreeLines");
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_EQ("3", result.Value("ordinary"));
-    EXPECT_EQ("1", result.Value("loads"));
-    EXPECT_EQ("0", result.Value("handleQueries"));
-    EXPECT_EQ("0", result.Value("lookups"));
-}
-
-TEST(Channel, ASinkWithoutOutputAIsLookedUpOnceAndStaysSilent)
-{
-    ScratchInstall install;
-    install.UseSink("CorvDebugNoOutput.dll");
-    ChildResult result = install.Run("ChannelThreeLines");
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_EQ("3", result.Value("ordinary"));
-    EXPECT_EQ("1", result.Value("loads"));
-    EXPECT_EQ("3", result.Value("handleQueries")) << "the handle stays and is asked at every line";
-    EXPECT_EQ("1", result.Value("lookups"));
-}
-
-TEST(Channel, AThrowingSinkNeverReachesTheCaller)
-{
-    ScratchInstall install;
-    install.UseSink("CorvDebugThrows.dll");
-    ChildResult result = install.Run("ChannelThreeLines");
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_EQ("3", result.Value("ordinary"));
-    EXPECT_EQ("3", result.Value("sinkCalls")) << "every line reached the sink and its exception was swallowed";
-    EXPECT_EQ("1", result.Value("lookups"));
-}
-
-TEST(Channel, AFaultingSinkNeverReachesTheCaller)
-{
-    ScratchInstall install;
-    install.UseSink("CorvDebugFaults.dll");
-    ChildResult result = install.Run("ChannelThreeLines");
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_EQ("3", result.Value("ordinary"));
-    EXPECT_EQ("3", result.Value("sinkCalls")) << "each access violation was caught, the next line went out";
+    struct Row {
+        const char* sink;  // installed as CorvDebug.dll; null: none
+        const char* handleQueries;
+        const char* lookups;
+        const char* sinkCalls;  // -1: no sink loaded to ask
+    };
+    const Row rows[] = {
+        {nullptr, "0", "0", "-1"},
+        {"CorvDebugNoOutput.dll", "3", "1", "-1"},  // silent: no entry to call
+        {"CorvDebugThrows.dll", "3", "1", "3"},     // each exception swallowed, the next line went out
+        {"CorvDebugFaults.dll", "3", "1", "3"},     // each access violation caught likewise
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.sink ? row.sink : "no sink");
+        ScratchInstall install;
+        if (row.sink) {
+            install.UseSink(row.sink);
+        } else {
+            install.WithoutSink();
+        }
+        ChildResult result = install.Run("ChannelThreeLines");
+        ASSERT_EQ(0u, result.exitCode) << result.output;
+        EXPECT_EQ("3", result.Value("ordinary"));
+        EXPECT_EQ("1", result.Value("loads"));
+        EXPECT_EQ(row.handleQueries, result.Value("handleQueries"));
+        EXPECT_EQ(row.lookups, result.Value("lookups"));
+        EXPECT_EQ(row.sinkCalls, result.Value("sinkCalls"));
+    }
 }
 
 TAVO_CHILD_CASE(ChannelSinkUnloaded)
