@@ -1,0 +1,182 @@
+// Small string utilities without a family of their own: tokens, GUID text, registry key names.
+#include "Argument.h"
+#include "Check.h"
+#include "TavoCommon.h"
+
+#include <objbase.h>
+
+#include <mbstring.h>
+#include <stdlib.h>
+#include <string.h>
+#include <wchar.h>
+
+namespace Tavo {
+namespace {
+
+typedef LONG NTSTATUS;
+enum { KeyNameInformation = 3 };
+typedef NTSTATUS(NTAPI* ZWQUERYKEY)(HANDLE hKey, int nClass, PVOID pvInformation, ULONG cbLength,
+                                    PULONG pcbResult);
+
+// A block of the run-time heap, released on every way out of its scope.
+class CRuntimeBlock {
+public:
+    CRuntimeBlock() : m_pb(nullptr), m_cb(0) {}
+    ~CRuntimeBlock() { free(m_pb); }
+
+    BYTE* AllocateBytes(size_t cb)
+    {
+        free(m_pb);
+        m_pb = static_cast<BYTE*>(malloc(cb));
+        m_cb = m_pb ? cb : 0;
+        return m_pb;
+    }
+    size_t Size() const { return m_cb; }
+    operator BYTE*() const { return m_pb; }
+
+private:
+    CRuntimeBlock(const CRuntimeBlock&);
+    CRuntimeBlock& operator=(const CRuntimeBlock&);
+
+    BYTE* m_pb;
+    size_t m_cb;
+};
+
+long StringFromHKEYW(HKEY hKey, CStringW& strOutput)
+{
+    TAVO_FUNCTION("Tavo::StringFromHKEYW");
+    CHECK_WIN32(hKey);
+    HMODULE hModule;
+    CHECK_WIN32(hModule = GetModuleHandleA("ntdll.dll"));
+    // Looked up at every call: nothing about another module is kept between calls.
+    ZWQUERYKEY ZwQueryKey;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wcast-function-type"  // FARPROC is the platform's generic entry type
+    CHECK_WIN32(ZwQueryKey = (ZWQUERYKEY)::GetProcAddress(hModule, "ZwQueryKey"));
+#pragma GCC diagnostic pop
+    ULONG dwSize = 0;
+    // The native call leaves the last error alone: the HRESULT is whatever the thread had.
+    CHECK_WIN32(((NTSTATUS)0xC0000023L) == ZwQueryKey(hKey, KeyNameInformation, 0, 0, &dwSize));
+    dwSize += sizeof(wchar_t);
+    CRuntimeBlock p;
+    CHECK_WIN32(p.AllocateBytes(dwSize));
+    memset(p, 0, p.Size());
+    const NTSTATUS status = ZwQueryKey(hKey, KeyNameInformation, p, dwSize, &dwSize);
+    if (status != 0) {
+        TAVO_TRACE(TRACE_ERROR, "ERROR: %s = %lu", "ZwQueryKey(hKey, KeyNameInformation, p, dwSize, &dwSize)",
+                   static_cast<unsigned long>(status));
+        return HResultFromWin32(static_cast<DWORD>(status));
+    }
+    // The name follows its 32-bit byte count unterminated; the zeroed room behind it ends it, and
+    // the block's last character is forced to zero in case an answer filled it all.
+    wchar_t* const pchBlock = reinterpret_cast<wchar_t*>(static_cast<BYTE*>(p));
+    const size_t cchBlock = p.Size() / sizeof(wchar_t);
+    const size_t cchLength = sizeof(ULONG) / sizeof(wchar_t);
+    const wchar_t* szName = L"";
+    if (cchBlock > cchLength) {
+        pchBlock[cchBlock - 1] = 0;
+        szName = pchBlock + cchLength;
+    }
+    TAVO_TRACE(TRACE_INFO, "%ls", szName);
+    strOutput = szName;
+    return S_OK;
+}
+
+} // namespace
+
+// Both twins run the same steps; the set is searched with the run-time's multi-byte routines so that
+// a trail byte equal to a delimiter does not split its character.
+long SplitString(const char* szString, const char* szDelimiters, CAtlArray<CStringA>& aTokens)
+{
+    TAVO_FUNCTION("Tavo::SplitString");
+    if (!szString || !szDelimiters || !*szDelimiters) CHECK_HRESULT(E_INVALIDARG);
+    const CStringA str(szString);
+    const unsigned char* pch = reinterpret_cast<const unsigned char*>(str.GetString());
+    const unsigned char* pchDelimiters = reinterpret_cast<const unsigned char*>(szDelimiters);
+    for (;;) {
+        pch += _mbsspn(pch, pchDelimiters);
+        if (!*pch) break;
+        const size_t cch = _mbscspn(pch, pchDelimiters);
+        aTokens.Add(CStringA(reinterpret_cast<const char*>(pch), static_cast<int>(cch)));
+        pch += cch;
+    }
+    return S_OK;
+}
+
+long SplitString(const char* szString, char cDelimiter, CAtlArray<CStringA>& aTokens)
+{
+    return SplitString(szString, FormatStringA("%c", cDelimiter).GetString(), aTokens);
+}
+
+long SplitString(const wchar_t* szString, const wchar_t* szDelimiters, CAtlArray<CStringW>& aTokens)
+{
+    TAVO_FUNCTION("Tavo::SplitString");
+    if (!szString || !szDelimiters || !*szDelimiters) CHECK_HRESULT(E_INVALIDARG);
+    const CStringW str(szString);
+    const wchar_t* pch = str.GetString();
+    for (;;) {
+        pch += wcsspn(pch, szDelimiters);
+        if (!*pch) break;
+        const size_t cch = wcscspn(pch, szDelimiters);
+        aTokens.Add(CStringW(pch, static_cast<int>(cch)));
+        pch += cch;
+    }
+    return S_OK;
+}
+
+long SplitString(const wchar_t* szString, wchar_t cDelimiter, CAtlArray<CStringW>& aTokens)
+{
+    return SplitString(szString, FormatStringW(L"%c", cDelimiter).GetString(), aTokens);
+}
+
+CStringW StringFromGuidW(const GUID& guid)
+{
+    wchar_t szGuid[64] = {};
+    ::StringFromGUID2(guid, szGuid, 64);
+    return CStringW(szGuid);
+}
+
+CStringA StringFromGuidA(const GUID& guid)
+{
+    return CStringA(StringFromGuidW(guid).GetString());
+}
+
+// Only the first character is looked at: the platform parses braced text alone, and a text without
+// its opening brace is given one.
+GUID GuidFromString(const wchar_t* szGuid)
+{
+    TAVO_FUNCTION("Tavo::GuidFromString");
+    GUID guid = {};
+    if (!szGuid || !*szGuid) {
+        TAVO_TRACE(TRACE_ERROR, "Invalid NULL or empty string argument: szGuid");
+        return guid;
+    }
+    CStringW strGuid(szGuid);
+    if (szGuid[0] != L'{') strGuid = FormatStringW(L"{%s}", szGuid);
+    VERIFY_HRESULT(CLSIDFromString(strGuid, &guid));
+    return guid;
+}
+
+GUID GuidFromString(const char* szGuid)
+{
+    TAVO_WIDE_ARGUMENT(wszGuid, szGuid);
+    return GuidFromString(static_cast<const wchar_t*>(wszGuid));
+}
+
+CStringW StringFromHKEYW(HKEY hKey)
+{
+    TAVO_FUNCTION("Tavo::StringFromHKEYW");
+    CStringW strOutput;
+    VERIFY_HRESULT(StringFromHKEYW(hKey, strOutput));
+    return strOutput;
+}
+
+CStringA StringFromHKEYA(HKEY hKey)
+{
+    TAVO_FUNCTION("Tavo::StringFromHKEYA");
+    CStringW strOutput;
+    VERIFY_HRESULT(StringFromHKEYW(hKey, strOutput));
+    return CStringA(strOutput.GetString());
+}
+
+} // namespace Tavo
