@@ -3,6 +3,7 @@
 #include "Trace.h"
 #include "TavoCommon.h"
 
+#include <shlwapi.h>
 #include <stdio.h>
 
 namespace {
@@ -18,7 +19,7 @@ __attribute__((noinline)) void EmptyCall(DWORD, const char*, const char*, int, c
 }
 
 template <typename Body>
-double BestNanosecondsPerCall(Body body)
+double BestNanosecondsPerCall(Body body, int nCalls = kCalls)
 {
     LARGE_INTEGER frequency;
     QueryPerformanceFrequency(&frequency);
@@ -26,9 +27,9 @@ double BestNanosecondsPerCall(Body body)
     for (int round = 0; round < kRounds; ++round) {
         LARGE_INTEGER start, stop;
         QueryPerformanceCounter(&start);
-        for (int i = 0; i < kCalls; ++i) body();
+        for (int i = 0; i < nCalls; ++i) body();
         QueryPerformanceCounter(&stop);
-        const double ns = (stop.QuadPart - start.QuadPart) * 1e9 / frequency.QuadPart / kCalls;
+        const double ns = (stop.QuadPart - start.QuadPart) * 1e9 / frequency.QuadPart / nCalls;
         if (ns < best) best = ns;
     }
     return best;
@@ -38,6 +39,68 @@ void Report(const char* szOperation, double ns, const char* szBaseline, double n
 {
     printf("%-44s %8.2f ns   %-36s %8.2f ns   ratio %6.2f\n", szOperation, ns, szBaseline, nsBaseline,
            nsBaseline > 0 ? ns / nsBaseline : 0.0);
+}
+
+// The static build's module is this program, so the library reads the Product.cfg beside it.
+Tavo::CStringW WriteBenchConfig()
+{
+    const Tavo::CStringW strFile = Tavo::PathCombineW(Tavo::GetModulePathNameW(nullptr), L"Product.cfg");
+    const char szContent[] = "[Config]\r\nCompany=Bench Company\r\nProduct=Bench Product\r\n";
+    HANDLE hFile = CreateFileW(strFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD cb = 0;
+    if (hFile == INVALID_HANDLE_VALUE || !WriteFile(hFile, szContent, sizeof(szContent) - 1, &cb, nullptr))
+        fprintf(stderr, "warning: %ls was not written\n", strFile.GetString());
+    if (hFile != INVALID_HANDLE_VALUE) CloseHandle(hFile);
+    return strFile;
+}
+
+// Words of 1 to 12 letters between single delimiters, cb bytes in all.
+Tavo::CStringA SplitInput(int cb)
+{
+    Tavo::CStringA str;
+    char* p = str.GetBuffer(cb);
+    for (int i = 0; i < cb; ++i) p[i] = (i % 13 == 12) ? (i % 2 ? ' ' : ',') : static_cast<char>('a' + i % 26);
+    str.ReleaseBuffer(cb);
+    return str;
+}
+
+void ConfigAndPaths()
+{
+    const Tavo::CStringW strFile = WriteBenchConfig();
+    volatile int nSink = 0;
+    const int kFileCalls = 5000;
+    const double nsConfig = BestNanosecondsPerCall([&] { nSink = Tavo::GetConfigString(L"Product", L"x").GetLength(); }, kFileCalls);
+    const double nsProfile = BestNanosecondsPerCall([&] {
+        wchar_t sz[256];
+        nSink = ::GetPrivateProfileStringW(L"Config", L"Product", L"x", sz, 256, strFile);
+    }, kFileCalls);
+    Report("GetConfigString, present key", nsConfig, "::GetPrivateProfileStringW", nsProfile);
+
+    const double nsCombine = BestNanosecondsPerCall([&] { nSink = Tavo::PathCombineW(L"C:\\Program Files\\", L"Bench\\file.txt").GetLength(); });
+    const double nsPlatformCombine = BestNanosecondsPerCall([&] {
+        wchar_t sz[MAX_PATH];
+        nSink = ::PathCombineW(sz, L"C:\\Program Files\\", L"Bench\\file.txt") != nullptr;
+    });
+    Report("Tavo::PathCombineW", nsCombine, "::PathCombineW", nsPlatformCombine);
+    DeleteFileW(strFile);
+    (void)nSink;
+}
+
+// Splitting should cost the same per megabyte at any size: twice the text, twice the time.
+void SplitGrowth()
+{
+    const int kMB = 1024 * 1024;
+    double msPerMB[2];
+    for (int i = 0; i < 2; ++i) {
+        const Tavo::CStringA strInput = SplitInput((i + 1) * kMB);
+        const double ns = BestNanosecondsPerCall([&] {
+            Tavo::CAtlArray<Tavo::CStringA> aTokens;
+            Tavo::SplitString(strInput, " ,", aTokens);
+        }, 3);
+        msPerMB[i] = ns / 1e6 / (i + 1);
+    }
+    printf("%-44s %8.2f ms/MB at 1 MB %8.2f ms/MB at 2 MB   ratio %6.2f\n", "Tavo::SplitString", msPerMB[0], msPerMB[1],
+           msPerMB[0] > 0 ? msPerMB[1] / msPerMB[0] : 0.0);
 }
 
 } // namespace
@@ -60,6 +123,8 @@ int main()
         Tavo::TraceOutput(TRACE_INFO, "Bench.cpp", "main", 1, __TIMESTAMP__, "%d", 1);
     });
     Report("trace call, no sink (TraceOutput)", nsTrace, "empty function call", nsEmpty);
+    ConfigAndPaths();
+    SplitGrowth();
     (void)sink;
     return 0;
 }

@@ -57,6 +57,90 @@ TAVO_API CStringA GetModuleFileNameA(HINSTANCE hModule);
 TAVO_API CStringW GetModulePathNameW(HINSTANCE hModule);
 TAVO_API CStringA GetModulePathNameA(HINSTANCE hModule);
 
+// ---- Formatting: strings, messages, errors ---------------------------------------------------
+
+// The formatter every family uses. A format that contains "%1" anywhere is a message format (the
+// platform's FormatMessage inserts %1, %2, %1!d!); any other is a printf format in the platform
+// run-time's dialect (in a wide format %s is wide and %hs narrow; in a narrow one %s is narrow and
+// %ls wide). szFormat must not be null. A printf format that gives no character count throws
+// CAtlException(E_FAIL).
+TAVO_API CStringW __cdecl FormatStringW(const wchar_t* szFormat, ...);
+TAVO_API CStringA __cdecl FormatStringA(const char* szFormat, ...);
+TAVO_API CStringW FormatStringVW(const wchar_t* szFormat, va_list args);
+TAVO_API CStringA FormatStringVA(const char* szFormat, va_list args);
+// The message dialect alone; empty, with a soft-check line, when the platform refuses the format.
+TAVO_API CStringW __cdecl FormatMessageW(const wchar_t* szFormat, ...);
+TAVO_API CStringA __cdecl FormatMessageA(const char* szFormat, ...);
+TAVO_API CStringW FormatMessageVW(const wchar_t* szFormat, va_list args);
+TAVO_API CStringA FormatMessageVA(const char* szFormat, va_list args);
+// "80070057 - <the system's text, line end included>", or the hexadecimal number alone when the
+// system has no text for it. The buffer form copies that text with the bounded copy.
+TAVO_API CStringW FormatErrorW(unsigned long dwError);
+TAVO_API CStringA FormatErrorA(unsigned long dwError);
+TAVO_API long FormatErrorW(unsigned long dwError, wchar_t* szBuffer, int cchBufferMax);
+TAVO_API long FormatErrorA(unsigned long dwError, char* szBuffer, int cchBufferMax);
+
+// ---- Paths and directories ----------------------------------------------------------------------
+
+// Plain string work with the backslash as the only separator; never touches the disk.
+// Joins with exactly one backslash; an empty or null piece gives the other one.
+TAVO_API CStringW PathCombineW(const wchar_t* szPath, const wchar_t* szFile);
+TAVO_API CStringA PathCombineA(const char* szPath, const char* szFile);
+// Cuts at the last dot of the whole string and appends the extension, given with or without its dot;
+// a null or empty extension removes it.
+TAVO_API CStringW PathRenameExtensionW(const wchar_t* szFile, const wchar_t* szExtension);
+TAVO_API CStringA PathRenameExtensionA(const char* szFile, const char* szExtension);
+// "\Program Files (x86)" and "\SysWOW64" replaced by their native names, case exact.
+TAVO_API CStringW ConvertWow64Path(const wchar_t* szPath);
+TAVO_API CStringA ConvertWow64Path(const char* szPath);
+// Creates every missing directory of an absolute path. S_OK when the path is a directory at the
+// end; E_INVALIDARG for an empty or null path; otherwise the failed step's error as an HRESULT.
+TAVO_API long CreateDirectoryW(const wchar_t* szPath);
+TAVO_API long CreateDirectoryA(const char* szPath);
+
+// ---- Tokens, GUIDs, registry keys ---------------------------------------------------------------
+
+// Appends the tokens between runs of delimiters (any character of the set) to aTokens, which is
+// never cleared; runs give no empty tokens. E_INVALIDARG for a null string or a null or empty
+// delimiter set (the character 0 is an empty set). The narrow form keeps a double-byte character
+// whole in the run-time's multi-byte code page.
+TAVO_API long SplitString(const char* szString, const char* szDelimiters, CAtlArray<CStringA>& aTokens);
+TAVO_API long SplitString(const char* szString, char cDelimiter, CAtlArray<CStringA>& aTokens);
+TAVO_API long SplitString(const wchar_t* szString, const wchar_t* szDelimiters, CAtlArray<CStringW>& aTokens);
+TAVO_API long SplitString(const wchar_t* szString, wchar_t cDelimiter, CAtlArray<CStringW>& aTokens);
+// "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}", upper case.
+TAVO_API CStringW StringFromGuidW(const GUID& guid);
+TAVO_API CStringA StringFromGuidA(const GUID& guid);
+// Parses the braced form or the same without braces; the all-zero GUID on failure.
+TAVO_API GUID GuidFromString(const wchar_t* szGuid);
+TAVO_API GUID GuidFromString(const char* szGuid);
+// The key's native full name ("\REGISTRY\MACHINE\..."), asked of ntdll's ZwQueryKey at each call;
+// empty on failure. A predefined root such as HKEY_CURRENT_USER is no open key and fails.
+TAVO_API CStringW StringFromHKEYW(HKEY hKey);
+TAVO_API CStringA StringFromHKEYA(HKEY hKey);
+
+// ---- Configuration: Product.cfg beside the library -----------------------------------------------
+
+// Any key of any INI file, however long its value. The file comes first, unlike the platform's
+// function; a null default gives the empty string for an absent key.
+TAVO_API CStringW GetPrivateProfileStringW(const wchar_t* szFile, const wchar_t* szSection, const wchar_t* szKey,
+                                           const wchar_t* szDefault);
+TAVO_API CStringA GetPrivateProfileStringA(const char* szFile, const char* szSection, const char* szKey,
+                                           const char* szDefault);
+// Typed readers of Product.cfg; a null or empty section means "Config". Every key has its default,
+// so no file at all is no error. A present but empty value gives the empty string here...
+TAVO_API CStringW GetConfigString(const wchar_t* szKey, const wchar_t* szDefault, const wchar_t* szSection = NULL);
+TAVO_API CStringA GetConfigString(const char* szKey, const char* szDefault, const char* szSection = NULL);
+// ...and the default here. 0/1, false/true, off/on, no/yes in any case; anything else is reported.
+TAVO_API BOOL GetConfigBOOL(const wchar_t* szKey, BOOL bDefault, const wchar_t* szSection = NULL);
+TAVO_API BOOL GetConfigBOOL(const char* szKey, BOOL bDefault, const char* szSection = NULL);
+// A decimal number from 0 to 2147483646; anything else is reported and gives the default.
+TAVO_API DWORD GetConfigDWORD(const wchar_t* szKey, DWORD dwDefault, const wchar_t* szSection = NULL);
+TAVO_API DWORD GetConfigDWORD(const char* szKey, DWORD dwDefault, const char* szSection = NULL);
+// The default applies to an absent key only; a present, malformed value gives the all-zero GUID.
+TAVO_API GUID GetConfigGuid(const wchar_t* szKey, GUID guidDefault, const wchar_t* szSection = NULL);
+TAVO_API GUID GetConfigGuid(const char* szKey, GUID guidDefault, const char* szSection = NULL);
+
 } // namespace Tavo
 
 #endif

@@ -16,6 +16,53 @@ void Field(const char* szName, const wchar_t* szValue)
 
 void Section(const char* szTitle) { printf("\n%s\n", szTitle); }
 
+// Given as the default, it tells an absent key from a present one (an empty value included).
+const wchar_t kAbsent[] = L"\x01(absent)";
+
+// A key of Product.cfg: its value, or "(default)" behind the library's default.
+Tavo::CStringW ConfigValue(const wchar_t* szKey, const wchar_t* szSection, const Tavo::CStringW& strDefault)
+{
+    const Tavo::CStringW strValue = Tavo::GetConfigString(szKey, kAbsent, szSection);
+    return strValue == kAbsent ? strDefault + L" (default)" : strValue;
+}
+
+// A yes-or-no key: the reading, with the text it came from.
+Tavo::CStringW ConfigBool(const wchar_t* szKey, const wchar_t* szSection, BOOL bDefault)
+{
+    const Tavo::CStringW strValue = Tavo::GetConfigString(szKey, kAbsent, szSection);
+    const wchar_t* szReading = Tavo::GetConfigBOOL(szKey, bDefault, szSection) ? L"yes" : L"no";
+    if (strValue == kAbsent) return Tavo::CStringW(szReading) + L" (default)";
+    return Tavo::CStringW(szReading) + L" (\"" + strValue + L"\")";
+}
+
+void ConfigurationSection(HMODULE hLibrary)
+{
+    Section("Configuration");
+    const Tavo::CStringW strFile = Tavo::PathCombineW(Tavo::GetModulePathNameW(hLibrary), L"Product.cfg");
+    Field("File", strFile);
+    Field("Exists", GetFileAttributesW(strFile) != INVALID_FILE_ATTRIBUTES ? L"yes" : L"no (every key has its default)");
+
+    const Tavo::CStringW strCompany = ConfigValue(L"Company", L"Config", L"Brenmoor");
+    const Tavo::CStringW strProduct = ConfigValue(L"Product", L"Config", L"Harbell");
+    // The defaults that are built from the company and the product take their values as read.
+    const Tavo::CStringW strCompanyValue = Tavo::GetConfigString(L"Company", L"Brenmoor", L"Config");
+    const Tavo::CStringW strProductValue = Tavo::GetConfigString(L"Product", L"Harbell", L"Config");
+    const Tavo::CStringW strCompanyProduct = Tavo::PathCombineW(strCompanyValue, strProductValue);
+    Field("Company", strCompany);
+    Field("CompanyName", ConfigValue(L"CompanyName", L"Config", L"Brenmoor Software"));
+    Field("Product", strProduct);
+    Field("ProductName", ConfigValue(L"ProductName", L"Config", L"Harbell Professional"));
+    Field("ShortcutName", ConfigValue(L"ShortcutName", L"Config", L"Harbell Professional.lnk"));
+    Field("AppDataPath", ConfigValue(L"AppDataPath", L"Config", strCompanyProduct));
+    Field("InterAppDataPath", ConfigValue(L"InterAppDataPath", L"Config", Tavo::PathCombineW(strCompanyValue, L"Common")));
+    Field("HelpFile", ConfigValue(L"HelpFile", L"Config", strProductValue + L".chm"));
+    Field("MainExe", ConfigValue(L"MainExe", L"Config", strProductValue + L".exe"));
+    Field("RegKey", ConfigValue(L"RegKey", L"Config", strCompanyProduct));
+    Field("IsPortable", ConfigBool(L"IsPortable", L"CONFIG", FALSE));
+    Field("UseOnlineHelp", ConfigBool(L"UseOnlineHelp", L"Config", TRUE));
+    Field("[URL] Help", ConfigValue(L"Help", L"URL", L"the online help address"));
+}
+
 int Usage()
 {
     fprintf(stderr, "usage: tavoinfo [--trace]\n");
@@ -43,6 +90,8 @@ int main(int argc, char** argv)
         Field("File", Tavo::GetModuleFileNameW(hLibrary));
         Field("Directory", Tavo::GetModulePathNameW(hLibrary));
         Field("Program", Tavo::GetModuleFileNameW(nullptr));
+
+        ConfigurationSection(hLibrary);
 
         Section("Diagnostic channel");
         HMODULE hSink = GetModuleHandleW(L"CorvDebug.dll");
