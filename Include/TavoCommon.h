@@ -141,6 +141,56 @@ TAVO_API DWORD GetConfigDWORD(const char* szKey, DWORD dwDefault, const char* sz
 TAVO_API GUID GetConfigGuid(const wchar_t* szKey, GUID guidDefault, const wchar_t* szSection = NULL);
 TAVO_API GUID GetConfigGuid(const char* szKey, GUID guidDefault, const char* szSection = NULL);
 
+// ---- Identity and locations ---------------------------------------------------------------------
+
+// Every getter below is cached: computed at its first call, the same pointer afterwards, owned by
+// the library until it unloads, never null, never freed by the caller. A narrow form converts the
+// wide value in the code page of the thread that called it first. A later change to Product.cfg is
+// seen only by a new process.
+
+// The company's and the product's names from Product.cfg ([Config] Company, CompanyName, Product,
+// ProductName, ShortcutName), each with its own built-in default; a present but empty key gives "".
+TAVO_API const wchar_t* GetCompanyW();
+TAVO_API const char* GetCompanyA();
+TAVO_API const wchar_t* GetCompanyNameW();
+TAVO_API const char* GetCompanyNameA();
+TAVO_API const wchar_t* GetProductW();
+TAVO_API const char* GetProductA();
+TAVO_API const wchar_t* GetProductNameW();
+TAVO_API const char* GetProductNameA();
+TAVO_API const wchar_t* GetShortcutNameW();
+TAVO_API const char* GetShortcutNameA();
+
+// The directory of TavoCommon.dll, whatever program loaded it.
+TAVO_API const wchar_t* GetInstallDirectoryW();
+TAVO_API const char* GetInstallDirectoryA();
+// Data directories, created at the first call. Normally the user's and the machine's application
+// data folders joined with AppDataPath (default Company\Product); with IsPortable=yes in Product.cfg
+// AppDataPath alone (relative to the current directory if relative) and its subdirectory UserData.
+// The shared one is the machine's folder joined with InterAppDataPath (default Company\Common),
+// portable or not. A directory that cannot be made is reported and returned all the same.
+TAVO_API const wchar_t* GetUserDataDirectoryW();
+TAVO_API const char* GetUserDataDirectoryA();
+TAVO_API const wchar_t* GetAppDataDirectoryW();
+TAVO_API const char* GetAppDataDirectoryA();
+TAVO_API const wchar_t* GetInterAppDataDirectoryW();
+TAVO_API const char* GetInterAppDataDirectoryA();
+// The install directory joined with HelpFile (default Product.chm).
+TAVO_API const wchar_t* GetHelpFilePathW();
+TAVO_API const char* GetHelpFilePathA();
+// MainExe (default Product.exe), and the install directory joined with it.
+TAVO_API const wchar_t* GetMainExeFileW();
+TAVO_API const char* GetMainExeFileA();
+TAVO_API const wchar_t* GetMainExePathW();
+TAVO_API const char* GetMainExePathA();
+// "Software\" followed by RegKey (default Company\Product), without a root key.
+TAVO_API const wchar_t* GetMainRegistryKeyW();
+TAVO_API const char* GetMainRegistryKeyA();
+// A shell folder by CSIDL_ id (hWnd: owner of any window the shell shows), created if missing and
+// kept per id. Null, with an error line, when the shell refuses; the next call asks again.
+TAVO_API const wchar_t* GetSpecialFolderW(int nFolder, HWND hWnd);
+TAVO_API const char* GetSpecialFolderA(int nFolder, HWND hWnd);
+
 } // namespace Tavo
 
 #endif

@@ -254,6 +254,18 @@ void CheckFamilies()
     CHECK(Tavo::GetConfigDWORD("Missing", 42) == 42, "%lu", Tavo::GetConfigDWORD("Missing", 42));
     const GUID guidDefault = Tavo::GetConfigGuid(L"Missing", guid);
     CHECK(memcmp(&guidDefault, &guid, sizeof(GUID)) == 0, "%08lx", guidDefault.Data1);
+
+    // Identity and locations: cached pointers of both widths, a map entry kept by id.
+    const wchar_t* pszProduct = Tavo::GetProductW();
+    CHECK(wcscmp(pszProduct, L"Harbell") == 0 && pszProduct == Tavo::GetProductW(), "\"%ls\"", pszProduct);
+    const char* pszProductA = Tavo::GetProductA();
+    CHECK(strcmp(pszProductA, "Harbell") == 0 && static_cast<const void*>(pszProductA) != pszProduct, "\"%s\"",
+          pszProductA);
+    const wchar_t* pszInstall = Tavo::GetInstallDirectoryW();
+    CHECK(Tavo::GetModulePathNameW(LibraryModule()) == pszInstall, "\"%ls\"", pszInstall);
+    const int kCommonAppData = 35;  // CSIDL_COMMON_APPDATA
+    const wchar_t* pszFolder = Tavo::GetSpecialFolderW(kCommonAppData, NULL);
+    CHECK(pszFolder && *pszFolder && pszFolder == Tavo::GetSpecialFolderW(kCommonAppData, NULL), "%p", pszFolder);
 }
 
 void CheckHandleOwner()

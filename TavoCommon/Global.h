@@ -21,6 +21,12 @@ const char* GetConfigFileA();
 CStringW GetModulePathNameW();
 CStringA GetModulePathNameA();
 
+// Product.cfg's AppDataPath (default Company\Product), as a copy.
+CStringW GetAppDataPathW();
+// Product.cfg's HelpFile (default Product.chm) and RegKey (default Company\Product); cached.
+const wchar_t* GetHelpFileW();
+const wchar_t* GetRegKeyW();
+
 } // namespace Tavo
 
 #endif

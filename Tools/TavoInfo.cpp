@@ -35,6 +35,34 @@ Tavo::CStringW ConfigBool(const wchar_t* szKey, const wchar_t* szSection, BOOL b
     return Tavo::CStringW(szReading) + L" (\"" + strValue + L"\")";
 }
 
+void ProductSection()
+{
+    Section("Product");
+    Field("Company", Tavo::GetCompanyW());
+    Field("CompanyName", Tavo::GetCompanyNameW());
+    Field("Product", Tavo::GetProductW());
+    Field("ProductName", Tavo::GetProductNameW());
+    Field("ShortcutName", Tavo::GetShortcutNameW());
+}
+
+// Asking for a data directory or a special folder creates it, as it does for any program.
+void LocationsSection()
+{
+    Section("Locations");
+    Field("Install", Tavo::GetInstallDirectoryW());
+    Field("UserData", Tavo::GetUserDataDirectoryW());
+    Field("AppData", Tavo::GetAppDataDirectoryW());
+    Field("InterAppData", Tavo::GetInterAppDataDirectoryW());
+    Field("HelpFile", Tavo::GetHelpFilePathW());
+    Field("MainExe", Tavo::GetMainExeFileW());
+    Field("MainExePath", Tavo::GetMainExePathW());
+    Field("RegistryKey", Tavo::GetMainRegistryKeyW());
+    const wchar_t* szAppData = Tavo::GetSpecialFolderW(26, nullptr);
+    Field("Folder 26", szAppData ? szAppData : L"(refused by the shell)");
+    const wchar_t* szCommonAppData = Tavo::GetSpecialFolderW(35, nullptr);
+    Field("Folder 35", szCommonAppData ? szCommonAppData : L"(refused by the shell)");
+}
+
 void ConfigurationSection(HMODULE hLibrary)
 {
     Section("Configuration");
@@ -91,6 +119,8 @@ int main(int argc, char** argv)
         Field("Directory", Tavo::GetModulePathNameW(hLibrary));
         Field("Program", Tavo::GetModuleFileNameW(nullptr));
 
+        ProductSection();
+        LocationsSection();
         ConfigurationSection(hLibrary);
 
         Section("Diagnostic channel");
