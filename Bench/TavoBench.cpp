@@ -1,5 +1,6 @@
 // Prints, for each measured operation, its cost per call and the ratio against the raw platform
 // operation it rests on, timed in the same run (best of several rounds, to shed scheduler noise).
+#include "Global.h"
 #include "Trace.h"
 #include "TavoCommon.h"
 
@@ -96,6 +97,44 @@ void ConfigAndPaths()
     (void)nSink;
 }
 
+// A load asks for the language file's attributes every time and, when the file is there, reads it.
+// The bench's own file is written beside it (its install directory) and removed at the end.
+void LanguageStrings()
+{
+    const HINSTANCE hBench = GetModuleHandleW(nullptr);
+    const wchar_t* szFile = Tavo::GetLanguageFileW();
+    if (GetFileAttributesW(szFile) != INVALID_FILE_ATTRIBUTES) {
+        fprintf(stderr, "warning: %ls is in the way; LoadStringW not measured\n", szFile);
+        return;
+    }
+    volatile int nSink = 0;
+    const int kLoadCalls = 20000;
+    const double nsTable = BestNanosecondsPerCall([&] { nSink = Tavo::LoadStringW(102, hBench).GetLength(); }, kLoadCalls);
+    const double nsPlatformTable = BestNanosecondsPerCall([&] {
+        wchar_t sz[256];
+        nSink = ::LoadStringW(hBench, 102, sz, 256) + (GetFileAttributesW(szFile) != INVALID_FILE_ATTRIBUTES);
+    }, kLoadCalls);
+    Report("LoadStringW, no language file", nsTable, "::LoadStringW+GetFileAttributesW", nsPlatformTable);
+
+    const Tavo::CStringA strContent = "[" + Tavo::GetLanguageSectionA(hBench) + "]\r\n102=%s Kilobyte\r\n";
+    HANDLE hFile = CreateFileW(szFile, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+    DWORD cb = 0;
+    const bool bWritten = hFile != INVALID_HANDLE_VALUE &&
+                          WriteFile(hFile, strContent.GetString(), static_cast<DWORD>(strContent.GetLength()), &cb, nullptr);
+    if (hFile != INVALID_HANDLE_VALUE) CloseHandle(hFile);
+    if (!bWritten) fprintf(stderr, "warning: %ls was not written\n", szFile);
+    const Tavo::CStringW strSection = Tavo::GetLanguageSectionW(hBench);
+    const int kFileCalls = 5000;
+    const double nsFile = BestNanosecondsPerCall([&] { nSink = Tavo::LoadStringW(102, hBench).GetLength(); }, kFileCalls);
+    const double nsProfile = BestNanosecondsPerCall([&] {
+        wchar_t sz[256];
+        nSink = ::GetPrivateProfileStringW(strSection, L"102", L"", sz, 256, szFile);
+    }, kFileCalls);
+    Report("LoadStringW, from the language file", nsFile, "::GetPrivateProfileStringW", nsProfile);
+    if (bWritten) DeleteFileW(szFile);
+    (void)nSink;
+}
+
 // Splitting should cost the same per megabyte at any size: twice the text, twice the time.
 void SplitGrowth()
 {
@@ -134,6 +173,7 @@ int main()
     });
     Report("trace call, no sink (TraceOutput)", nsTrace, "empty function call", nsEmpty);
     ConfigAndPaths();
+    LanguageStrings();
     SplitGrowth();
     (void)sink;
     return 0;

@@ -191,6 +191,37 @@ TAVO_API const char* GetMainRegistryKeyA();
 TAVO_API const wchar_t* GetSpecialFolderW(int nFolder, HWND hWnd);
 TAVO_API const char* GetSpecialFolderA(int nFolder, HWND hWnd);
 
+// ---- Language and localised text ------------------------------------------------------------------
+
+// String number uID of module hInstance; a null hInstance names the module of the code that calls.
+// The language file comes first: Language.<code>.lng in the install directory, <code> the ISO 639
+// language of the locale of the thread that called the library first, section the module's file
+// name with its extension ([Foo.dll]), key the number in decimal; a non-empty value there is
+// returned as it stands. Otherwise the module's string table, with %PRODUCT% and %COMPANY% replaced
+// by GetProductNameW and GetCompanyNameW and, for the pseudo-language "xx", every letter outside
+// a printf directive masked to X or x. Empty when neither has it (a missing table also gives an
+// error line). The narrow forms read the file and the table through the platform's narrow calls.
+TAVO_API CStringW LoadStringW(UINT uID, HINSTANCE hInstance);
+TAVO_API CStringA LoadStringA(UINT uID, HINSTANCE hInstance);
+// The same text copied into szBuffer, cut to cchBufferMax - 1 characters and terminated, with an
+// error line when it does not fit; returns the text's full length, fitted or not.
+TAVO_API int LoadStringW(HINSTANCE hInstance, UINT uID, wchar_t* szBuffer, int cchBufferMax);
+TAVO_API int LoadStringA(HINSTANCE hInstance, UINT uID, char* szBuffer, int cchBufferMax);
+
+// ---- Re-texting windows and menus ------------------------------------------------------------------
+
+// A window and every window below it (depth first, each before its children), or a menu and all its
+// submenus, given the texts of the current language. A control's or an item's identifier is its
+// string number in hInstance (null: the calling module), loaded as LoadStringA loads it, language file
+// first. A window whose identifier has no string keeps its own text with %PRODUCT% and %COMPANY%
+// filled in (under the language "xx" masked instead) and is set only when that text is not empty. A
+// menu item with no string keeps its text untouched; separators and other typed items, identifier 0
+// and the caption of a submenu are passed over. Narrow only: text goes through the active code page.
+// S_OK when all was done. The first failure ends the walk, what was done stays, and its HRESULT comes
+// back: an invalid handle gives the last error's (0x8007001F for none).
+TAVO_API long ResetText(HWND hWnd, HINSTANCE hInstance);
+TAVO_API long ResetText(HMENU hMenu, HINSTANCE hInstance);
+
 } // namespace Tavo
 
 #endif

@@ -1,10 +1,12 @@
 // tavoinfo: prints what TavoCommon.dll reports on this machine, one section per family.
-//   tavoinfo [--trace]
-// --trace sends the library's diagnostic lines (through CorvDebug.dll) to standard error, unless
+//   tavoinfo [--trace] [--lang-test MODULE ID]
+// --lang-test prints string ID of MODULE as the library loads it, language file first, so that a
+// translator can check a language file without running the program. --trace sends the library's diagnostic lines (through CorvDebug.dll) to standard error, unless
 // CORVDEBUG_FILE already says where they go.
 #include <TavoCommon.h>
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 namespace {
@@ -63,6 +65,41 @@ void LocationsSection()
     Field("Folder 35", szCommonAppData ? szCommonAppData : L"(refused by the shell)");
 }
 
+// The library keeps its language code to itself; it is the ISO 639 name of the first calling
+// thread's locale, which this program's main thread is.
+void LanguageSection()
+{
+    Section("Language");
+    wchar_t szCode[32] = {};
+    GetLocaleInfoW(GetThreadLocale(), LOCALE_SISO639LANGNAME, szCode, 32);
+    szCode[31] = 0;
+    const Tavo::CStringW strFile =
+        Tavo::PathCombineW(Tavo::GetInstallDirectoryW(), Tavo::CStringW(L"Language.") + szCode + L".lng");
+    Field("Code", szCode);
+    Field("File", strFile);
+    Field("Exists", GetFileAttributesW(strFile) != INVALID_FILE_ATTRIBUTES ? L"yes" : L"no (string tables are used)");
+}
+
+// Mapped as an image without running its code, so that its file name (the language file's section)
+// is known; a file the loader refuses as an image is opened as data, where the section is unknown.
+int LanguageTest(const char* szModule, const char* szId)
+{
+    char* pEnd = nullptr;
+    const unsigned long uID = strtoul(szId, &pEnd, 10);
+    if (!*szId || *pEnd) return -1;
+    const Tavo::CStringW strModule(szModule);
+    HMODULE hModule = LoadLibraryExW(strModule, nullptr, DONT_RESOLVE_DLL_REFERENCES);
+    if (!hModule) hModule = LoadLibraryExW(strModule, nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    if (!hModule) {
+        fprintf(stderr, "tavoinfo: cannot load %s (error %lu)\n", szModule, GetLastError());
+        return 1;
+    }
+    const Tavo::CStringW strText = Tavo::LoadStringW(static_cast<UINT>(uID), hModule);
+    printf("%lu %ls\n", uID, strText.IsEmpty() ? L"(no such string)" : strText.GetString());
+    FreeLibrary(hModule);
+    return 0;
+}
+
 void ConfigurationSection(HMODULE hLibrary)
 {
     Section("Configuration");
@@ -93,7 +130,7 @@ void ConfigurationSection(HMODULE hLibrary)
 
 int Usage()
 {
-    fprintf(stderr, "usage: tavoinfo [--trace]\n");
+    fprintf(stderr, "usage: tavoinfo [--trace] [--lang-test MODULE ID]\n");
     return 2;
 }
 
@@ -101,15 +138,24 @@ int Usage()
 
 int main(int argc, char** argv)
 {
+    const char* szTestModule = nullptr;
+    const char* szTestId = nullptr;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--trace") == 0) {
             if (!GetEnvironmentVariableA("CORVDEBUG_FILE", nullptr, 0)) SetEnvironmentVariableA("CORVDEBUG_FILE", "-");
+        } else if (strcmp(argv[i], "--lang-test") == 0 && i + 2 < argc) {
+            szTestModule = argv[++i];
+            szTestId = argv[++i];
         } else {
             return Usage();
         }
     }
 
     try {
+        if (szTestModule) {
+            const int nResult = LanguageTest(szTestModule, szTestId);
+            return nResult < 0 ? Usage() : nResult;
+        }
         HMODULE hLibrary = GetModuleHandleW(L"TavoCommon.dll");
         printf("TavoCommon %ls\n", Tavo::GetLibraryVersionW());
 
@@ -121,6 +167,7 @@ int main(int argc, char** argv)
 
         ProductSection();
         LocationsSection();
+        LanguageSection();
         ConfigurationSection(hLibrary);
 
         Section("Diagnostic channel");
