@@ -266,6 +266,16 @@ void CheckFamilies()
     const int kCommonAppData = 35;  // CSIDL_COMMON_APPDATA
     const wchar_t* pszFolder = Tavo::GetSpecialFolderW(kCommonAppData, NULL);
     CHECK(pszFolder && *pszFolder && pszFolder == Tavo::GetSpecialFolderW(kCommonAppData, NULL), "%p", pszFolder);
+
+    // String loading: the library's own unit words, a buffer form that cuts and still gives the full
+    // length, and re-texting a window that no longer exists.
+    const Tavo::CStringW strKilobytes = Tavo::LoadStringW(102, LibraryModule());
+    CHECK(strKilobytes == L"%s KB", "\"%ls\"", strKilobytes.GetString());
+    char szWord[4] = {'#', '#', '#', '#'};
+    const int nLength = Tavo::LoadStringA(LibraryModule(), 101, szWord, 3);
+    CHECK(nLength == 8 && strcmp(szWord, "%s") == 0 && szWord[3] == '#', "%d \"%s\"", nLength, szWord);
+    const long hrGone = Tavo::ResetText(reinterpret_cast<HWND>(static_cast<INT_PTR>(0x1234)), NULL);
+    CHECK(hrGone < 0, "%#lx", hrGone);
 }
 
 void CheckHandleOwner()
