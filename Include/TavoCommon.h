@@ -222,6 +222,16 @@ TAVO_API int LoadStringA(HINSTANCE hInstance, UINT uID, char* szBuffer, int cchB
 TAVO_API long ResetText(HWND hWnd, HINSTANCE hInstance);
 TAVO_API long ResetText(HMENU hMenu, HINSTANCE hInstance);
 
+// ---- Time: the library's time value and its conversions -----------------------------------------
+
+// ---- Time strings, comparison and today ------------------------------------------------------------
+
+// ---- Number formatting -----------------------------------------------------------------------------
+
+// ---- Byte-size and version formatting --------------------------------------------------------------
+
+// ---- Date and time formatting ----------------------------------------------------------------------
+
 } // namespace Tavo
 
 #endif
