@@ -224,13 +224,201 @@ TAVO_API long ResetText(HMENU hMenu, HINSTANCE hInstance);
 
 // ---- Time: the library's time value and its conversions -----------------------------------------
 
+// No function here reports failure except through its result: a Time of -1, an all-zero FILETIME or
+// SYSTEMTIME, and a line on the diagnostic channel. A Time has no zone mark; it is read one of three
+// ways, and the caller must know which one it holds:
+// - universal: true seconds since 1970 UTC;
+// - local: the local wall clock encoded as though it were UTC (differs by the zone's offset);
+// - unshifted: the calendar fields that went in, with no zone arithmetic (the input's reading).
+// Milliseconds are dropped on the way in and zero on the way out.
+
+// Now, universal (_time64).
+TAVO_API Time GetUniversalTime();
+// Now, local reading.
+TAVO_API Time GetLocalTime();
+// Midnight starting the current day: the local date in the local reading when bLocal, else midnight
+// UTC. Always a multiple of 86400.
+TAVO_API Time GetToday(bool bLocal);
+// Fields to Time, unshifted. Out-of-range fields write a line each (year below 1900, month, day,
+// hour, minute, second) and are still normalised (31 February is early March, hour 24 the next
+// day); wDayOfWeek and wMilliseconds are not read. -1 outside 1970 to the end of 3000.
+TAVO_API Time SystemTimeToTime(const SYSTEMTIME& st);
+// UTC breakdown of time with no zone arithmetic; wMilliseconds 0. A value outside the run-time's
+// range gives wYear 1899, wMonth 0 and 0xFFFF in the other time fields, with no line.
+TAVO_API SYSTEMTIME TimeToSystemTime(Time time);
+// Ticks to Time, unshifted, sub-second ticks dropped. A zero FILETIME gives 0 with no line.
+TAVO_API Time FileTimeToTime(const FILETIME& ft);
+// time * 10000000 + 116444736000000000 ticks, unchecked: -1 gives one second before 1970.
+TAVO_API FILETIME TimeToFileTime(Time time);
+// The platform conversions, returning the value: all zero, with a line, for an impossible date or a
+// FILETIME with its top bit set.
+TAVO_API FILETIME SystemTimeToFileTime(const SYSTEMTIME& st);
+TAVO_API SYSTEMTIME FileTimeToSystemTime(const FILETIME& ft);
+// Fields to Time, unshifted; nMonth counts from 1. The same range lines as SystemTimeToTime.
+TAVO_API Time MakeTime(int nYear, int nMonth, int nDay, int nHour, int nMin, int nSec);
+// OLE Automation date (days since 1899-12-30) to Time, unshifted.
+TAVO_API Time OleDateToTime(double dtSrc);
+// DOS date word (day, month, year - 1980) and time word (seconds / 2, minutes, hours), unchecked
+// and unshifted: zero words normalise to 1979-11-30.
+TAVO_API Time DosTimeToTime(unsigned short wDosDate, unsigned short wDosTime);
+// Universal to local and back. The Time and SYSTEMTIME forms apply the zone's offset at the date of
+// the value; the FILETIME forms apply the offset in force now, whatever the date.
+TAVO_API Time UniversalToLocalTime(Time time);
+TAVO_API Time LocalToUniversalTime(Time time);
+TAVO_API FILETIME UniversalToLocalTime(const FILETIME& ft);
+TAVO_API FILETIME LocalToUniversalTime(const FILETIME& ft);
+TAVO_API SYSTEMTIME UniversalToLocalTime(const SYSTEMTIME& st);
+TAVO_API SYSTEMTIME LocalToUniversalTime(const SYSTEMTIME& st);
+
+
 // ---- Time strings, comparison and today ------------------------------------------------------------
+
+// Text read as local wall-clock time, giving a universal Time; -1, with a line, when the run-time
+// refuses the fields. TIME_FORMAT_MDY reads "%d/%d/%d" (month/day/year), TIME_FORMAT_ISO8601
+// "%d-%d-%dT%d:%d:%d"; the year has four digits. Fields not scanned stay 0 and are normalised (a
+// missing day is the last of the month before); nothing behind the last field is read, so no zone
+// is taken from the text. Null, empty or unreadable text and any other format give -1.
+TAVO_API Time StringToTime(const wchar_t* szTime, TIME_FORMAT format);
+TAVO_API Time StringToTime(const char* szTime, TIME_FORMAT format);
+// TimeToFileTime and TimeToSystemTime (UTC fields) of StringToTime, whose -1 is passed on unseen.
+TAVO_API FILETIME StringToFileTime(const wchar_t* szTime, TIME_FORMAT format);
+TAVO_API FILETIME StringToFileTime(const char* szTime, TIME_FORMAT format);
+TAVO_API SYSTEMTIME StringToSystemTime(const wchar_t* szTime, TIME_FORMAT format);
+TAVO_API SYSTEMTIME StringToSystemTime(const char* szTime, TIME_FORMAT format);
+// -1, 0 or 1 as CompareFileTime gives for the two values, counting only the fields whose bit is set
+// in uMask: 0x01 wMilliseconds, 0x02 wSecond, 0x04 wMinute, 0x08 wHour, 0x10 wDay, 0x20 wMonth,
+// 0x40 wYear (0x70 dates, 0x0F times of day, 0 nothing). A cleared field becomes 0, or 1 for day
+// and month, 1900 for the year; a copy that is then no valid date (29 February without the year
+// bit) writes a line and sorts before every valid date. wDayOfWeek never counts.
+TAVO_API long CompareSystemTime(SYSTEMTIME st1, SYSTEMTIME st2, unsigned int uMask);
+// Whether the value falls on the current UTC date. No zone arithmetic: the argument is taken as UTC,
+// so a local reading is compared with the UTC date too.
+TAVO_API bool IsToday(const SYSTEMTIME& st);
+TAVO_API bool IsToday(const FILETIME& ft);
+TAVO_API bool IsToday(Time time);
+
 
 // ---- Number formatting -----------------------------------------------------------------------------
 
+// A number in the user's regional form (LOCALE_USER_DEFAULT, read afresh at each call): decimal and
+// thousands separators, grouping, leading zero and negative form. The value is printed as plain
+// digits ("%I64d", "%I64u"; a double or float with nPrecision places, rounded by the run-time's
+// %f and always with "." as its point, whatever the run-time's locale) and handed to
+// GetNumberFormat with NumDigits the printed places, so the platform never rounds. The narrow forms
+// use the narrow platform calls throughout.
+// Buffer forms: S_OK, or the platform's error as an HRESULT with an error line (0x8007007A for a
+// buffer too small; a NaN or an infinity is refused as invalid, except at 0 places, where msvcrt
+// prints it as "1" or "-1"). cchBufferMax 0 gives S_OK and writes nothing; neither szBuffer nor
+// cchBufferMax is checked by the library.
+// Value forms: the text, or the empty string with the lines when it fails or needs over 127
+// characters.
+TAVO_API CStringW FormatNumberW(int n);
+TAVO_API CStringW FormatNumberW(unsigned int n);
+TAVO_API CStringW FormatNumberW(unsigned long n);
+TAVO_API CStringW FormatNumberW(__int64 n);
+TAVO_API CStringW FormatNumberW(unsigned __int64 n);
+TAVO_API CStringW FormatNumberW(double d, unsigned short nPrecision);
+TAVO_API CStringW FormatNumberW(float f, unsigned short nPrecision);
+TAVO_API CStringA FormatNumberA(int n);
+TAVO_API CStringA FormatNumberA(unsigned int n);
+TAVO_API CStringA FormatNumberA(unsigned long n);
+TAVO_API CStringA FormatNumberA(__int64 n);
+TAVO_API CStringA FormatNumberA(unsigned __int64 n);
+TAVO_API CStringA FormatNumberA(double d, unsigned short nPrecision);
+TAVO_API CStringA FormatNumberA(float f, unsigned short nPrecision);
+TAVO_API long FormatNumberW(int n, wchar_t* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberW(unsigned int n, wchar_t* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberW(unsigned long n, wchar_t* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberW(__int64 n, wchar_t* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberW(unsigned __int64 n, wchar_t* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberW(double d, wchar_t* szBuffer, int cchBufferMax, unsigned short nPrecision);
+TAVO_API long FormatNumberW(float f, wchar_t* szBuffer, int cchBufferMax, unsigned short nPrecision);
+TAVO_API long FormatNumberA(int n, char* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberA(unsigned int n, char* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberA(unsigned long n, char* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberA(__int64 n, char* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberA(unsigned __int64 n, char* szBuffer, int cchBufferMax);
+TAVO_API long FormatNumberA(double d, char* szBuffer, int cchBufferMax, unsigned short nPrecision);
+TAVO_API long FormatNumberA(float f, char* szBuffer, int cchBufferMax, unsigned short nPrecision);
+
 // ---- Byte-size and version formatting --------------------------------------------------------------
 
+// A size in the largest unit it reaches, counted in 1024s up to TB: "1,023 bytes", "1.50 KB",
+// "16,777,216.00 TB". The number is FormatNumberW with 2 places (0 for bytes); the unit is string
+// 101-105 of the library ("%s bytes" ... "%s TB"), which a language file may replace in either format
+// dialect. The unit is chosen on the exact count, so 1048575 gives "1,024.00 KB". A missing unit
+// string gives the empty string, a failed number the unit alone (" KB"). The narrow value form
+// converts the wide text in the thread's code page.
+// Buffer forms: szBuffer null gives E_POINTER; otherwise the bounded copy's result with an error line
+// when it fails (E_INVALIDARG for cchBufferMax 0, 0x8007007A with the text cut and terminated).
+TAVO_API CStringW FormatBytesW(unsigned __int64 lBytes);
+TAVO_API CStringA FormatBytesA(unsigned __int64 lBytes);
+TAVO_API long FormatBytesW(unsigned __int64 lBytes, wchar_t* szBuffer, int cchBufferMax);
+TAVO_API long FormatBytesA(unsigned __int64 lBytes, char* szBuffer, int cchBufferMax);
+// The first min(nPrecision, 4) 16-bit fields of lVersion, most significant first, as plain decimals
+// joined by ".": 0x0001000200030004 with 2 gives "1.2"; 0 fields give the empty string. No locale.
+// Buffer forms: szBuffer null gives E_POINTER; cchBufferMax 0 gives the last error as an HRESULT
+// (0x8007001F when there is none) with an error line; a text too long is cut and terminated and gives
+// 0x8007007A with an error line.
+TAVO_API CStringW FormatVersionW(unsigned __int64 lVersion, unsigned short nPrecision);
+TAVO_API CStringA FormatVersionA(unsigned __int64 lVersion, unsigned short nPrecision);
+TAVO_API long FormatVersionW(unsigned __int64 lVersion, wchar_t* szBuffer, int cchBufferMax, unsigned short nPrecision);
+TAVO_API long FormatVersionA(unsigned __int64 lVersion, char* szBuffer, int cchBufferMax, unsigned short nPrecision);
+
 // ---- Date and time formatting ----------------------------------------------------------------------
+
+// A moment in the current user's regional patterns (GetDateFormat, GetTimeFormat with
+// LOCALE_USER_DEFAULT, read afresh at each call). No zone arithmetic: a SYSTEMTIME shows its fields,
+// a FILETIME or Time the UTC fields of FileTimeToSystemTime / TimeToSystemTime; convert with
+// UniversalToLocalTime first for the local clock. wDayOfWeek is never read. A Time of -1 is not
+// recognised as failure. The narrow forms call the platform's narrow functions themselves.
+//
+// Date: the long pattern when bLong, else the short one. Time: seconds shown when bSeconds.
+// Buffer forms: S_OK, or the platform's error as an HRESULT (0x8007007A for a buffer too small,
+// content then left as the platform left it), with an error line; cchBufferMax 0 gives S_OK and
+// writes nothing. szBuffer may be null only with cchBufferMax 0.
+// Value forms: the text, or the empty string with a line when it fails or needs over 127 characters.
+TAVO_API long FormatDateW(const SYSTEMTIME& st, wchar_t* szBuffer, int cchBufferMax, bool bLong);
+TAVO_API long FormatDateW(const FILETIME& ft, wchar_t* szBuffer, int cchBufferMax, bool bLong);
+TAVO_API long FormatDateW(Time time, wchar_t* szBuffer, int cchBufferMax, bool bLong);
+TAVO_API long FormatDateA(const SYSTEMTIME& st, char* szBuffer, int cchBufferMax, bool bLong);
+TAVO_API long FormatDateA(const FILETIME& ft, char* szBuffer, int cchBufferMax, bool bLong);
+TAVO_API long FormatDateA(Time time, char* szBuffer, int cchBufferMax, bool bLong);
+TAVO_API CStringW FormatDateW(const SYSTEMTIME& st, bool bLong);
+TAVO_API CStringW FormatDateW(const FILETIME& ft, bool bLong);
+TAVO_API CStringW FormatDateW(Time time, bool bLong);
+TAVO_API CStringA FormatDateA(const SYSTEMTIME& st, bool bLong);
+TAVO_API CStringA FormatDateA(const FILETIME& ft, bool bLong);
+TAVO_API CStringA FormatDateA(Time time, bool bLong);
+TAVO_API long FormatTimeW(const SYSTEMTIME& st, wchar_t* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatTimeW(const FILETIME& ft, wchar_t* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatTimeW(Time time, wchar_t* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatTimeA(const SYSTEMTIME& st, char* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatTimeA(const FILETIME& ft, char* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatTimeA(Time time, char* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API CStringW FormatTimeW(const SYSTEMTIME& st, bool bSeconds);
+TAVO_API CStringW FormatTimeW(const FILETIME& ft, bool bSeconds);
+TAVO_API CStringW FormatTimeW(Time time, bool bSeconds);
+TAVO_API CStringA FormatTimeA(const SYSTEMTIME& st, bool bSeconds);
+TAVO_API CStringA FormatTimeA(const FILETIME& ft, bool bSeconds);
+TAVO_API CStringA FormatTimeA(Time time, bool bSeconds);
+// "<short date> <time>", one fixed blank. Never fails as a whole: a part that fails is left empty
+// (only the blank when both fail). The buffer forms copy that text with the bounded copy and return
+// its result with no line: E_INVALIDARG for cchBufferMax 0, 0x8007007A with the text cut and
+// terminated. szBuffer must not be null. The narrow FILETIME and Time buffer forms convert the wide
+// text in the thread's code page, which can differ from the narrow platform text.
+TAVO_API CStringW FormatDateTimeW(const SYSTEMTIME& st, bool bSeconds);
+TAVO_API CStringW FormatDateTimeW(const FILETIME& ft, bool bSeconds);
+TAVO_API CStringW FormatDateTimeW(Time time, bool bSeconds);
+TAVO_API CStringA FormatDateTimeA(const SYSTEMTIME& st, bool bSeconds);
+TAVO_API CStringA FormatDateTimeA(const FILETIME& ft, bool bSeconds);
+TAVO_API CStringA FormatDateTimeA(Time time, bool bSeconds);
+TAVO_API long FormatDateTimeW(const SYSTEMTIME& st, wchar_t* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatDateTimeW(const FILETIME& ft, wchar_t* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatDateTimeW(Time time, wchar_t* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatDateTimeA(const SYSTEMTIME& st, char* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatDateTimeA(const FILETIME& ft, char* szBuffer, int cchBufferMax, bool bSeconds);
+TAVO_API long FormatDateTimeA(Time time, char* szBuffer, int cchBufferMax, bool bSeconds);
 
 } // namespace Tavo
 

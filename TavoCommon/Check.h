@@ -87,4 +87,12 @@ void VerifyHResultFailed(const char* szFile, const char* szFunction, int nLine, 
         if (FAILED(tavoHr_)) ::Tavo::Check::VerifyHResultFailed(TAVO_SITE, #expr, tavoHr_); \
     } while (0)
 
+// VERIFY_HRESULT that also hands the result on: a value form reports its buffer form's failure and
+// then decides by the result what to return.
+#define VERIFY_HRESULT_KEEP(hr, expr)                                                    \
+    do {                                                                                 \
+        (hr) = (expr);                                                                   \
+        if (FAILED(hr)) ::Tavo::Check::VerifyHResultFailed(TAVO_SITE, #expr, (hr));      \
+    } while (0)
+
 #endif

@@ -80,6 +80,29 @@ void LanguageSection()
     Field("Exists", GetFileAttributesW(strFile) != INVALID_FILE_ATTRIBUTES ? L"yes" : L"no (string tables are used)");
 }
 
+// Samples under the user's regional settings. The formatters do no zone arithmetic, so the local
+// clock is shown from the local reading of the time value.
+void FormatsSection()
+{
+    Section("Formats");
+    const Tavo::Time tUniversal = Tavo::GetUniversalTime();
+    const Tavo::Time tLocal = Tavo::UniversalToLocalTime(tUniversal);
+    Field("Now (UTC)", Tavo::FormatStringW(L"%ls (%I64d)", Tavo::FormatDateTimeW(tUniversal, true).GetString(), tUniversal));
+    Field("Now (local)", Tavo::FormatStringW(L"%ls (%I64d)", Tavo::FormatDateTimeW(tLocal, true).GetString(), tLocal));
+    Field("Today (local)", Tavo::FormatDateW(Tavo::GetToday(true), false));
+    Field("Date, short", Tavo::FormatDateW(tLocal, false));
+    Field("Date, long", Tavo::FormatDateW(tLocal, true));
+    Field("Time", Tavo::FormatTimeW(tLocal, true));
+    Field("Time, no seconds", Tavo::FormatTimeW(tLocal, false));
+    Field("Date and time", Tavo::FormatDateTimeW(tLocal, false));
+    Field("Number", Tavo::FormatNumberW(static_cast<__int64>(-1234567)));
+    Field("Number, 2 places", Tavo::FormatNumberW(1234567.891, 2));
+    Field("Bytes", Tavo::FormatBytesW(1023));
+    Field("Bytes, KB", Tavo::FormatBytesW(1536));
+    Field("Bytes, GB", Tavo::FormatBytesW(5368709120ULL));
+    Field("Version", Tavo::FormatVersionW(0x0001000200030004ULL, 4));
+}
+
 // Mapped as an image without running its code, so that its file name (the language file's section)
 // is known; a file the loader refuses as an image is opened as data, where the section is unknown.
 int LanguageTest(const char* szModule, const char* szId)
@@ -168,6 +191,7 @@ int main(int argc, char** argv)
         ProductSection();
         LocationsSection();
         LanguageSection();
+        FormatsSection();
         ConfigurationSection(hLibrary);
 
         Section("Diagnostic channel");
