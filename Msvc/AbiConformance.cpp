@@ -276,6 +276,20 @@ void CheckFamilies()
     CHECK(nLength == 8 && strcmp(szWord, "%s") == 0 && szWord[3] == '#', "%d \"%s\"", nLength, szWord);
     const long hrGone = Tavo::ResetText(reinterpret_cast<HWND>(static_cast<INT_PTR>(0x1234)), NULL);
     CHECK(hrGone < 0, "%#lx", hrGone);
+
+    // Time and number formatting: 64-bit values by value, a SYSTEMTIME returned by value, and the
+    // formatters' value forms under the prefix's en-US settings.
+    const Tavo::Time time = Tavo::MakeTime(2012, 1, 13, 15, 41, 52);
+    CHECK(time == 1326469312, "%I64d", time);
+    const SYSTEMTIME st = Tavo::TimeToSystemTime(time);
+    CHECK(st.wYear == 2012 && st.wDayOfWeek == 5 && st.wHour == 15, "%u-%u %u", st.wYear, st.wDayOfWeek, st.wHour);
+    CHECK(Tavo::StringToTime("2012-01-13T15:41:52Z", Tavo::TIME_FORMAT_ISO8601) != -1, "a valid text refused");
+    const Tavo::CStringW strNumber = Tavo::FormatNumberW(-1234567);
+    CHECK(strNumber == L"-1,234,567", "\"%ls\"", strNumber.GetString());
+    const Tavo::CStringW strBytes = Tavo::FormatBytesW(1536);
+    CHECK(strBytes == L"1.50 KB", "\"%ls\"", strBytes.GetString());
+    const Tavo::CStringW strDate = Tavo::FormatDateW(st, false);
+    CHECK(strDate == L"1/13/2012", "\"%ls\"", strDate.GetString());
 }
 
 void CheckHandleOwner()
