@@ -14,6 +14,7 @@
 #define TAVO_CHECK_H
 
 #include "Trace.h"
+#include "TavoStrings.h"
 
 namespace Tavo {
 
@@ -94,5 +95,28 @@ void VerifyHResultFailed(const char* szFile, const char* szFunction, int nLine, 
         (hr) = (expr);                                                                   \
         if (FAILED(hr)) ::Tavo::Check::VerifyHResultFailed(TAVO_SITE, #expr, (hr));      \
     } while (0)
+
+namespace Tavo {
+namespace Check {
+
+// The value of a buffer form run on a zeroed buffer: its text, or nothing of a refused rendering (the
+// platform may leave a cut text behind), the refusal reported as VERIFY_HRESULT reports it.
+template <typename XCHAR>
+CStringT<XCHAR> BufferFormValue(const XCHAR* szBuffer, HRESULT hr, const char* szFile, const char* szFunction,
+                                int nLine, const char* szStamp, const char* szText)
+{
+    if (SUCCEEDED(hr)) return CStringT<XCHAR>(szBuffer);
+    VerifyHResultFailed(szFile, szFunction, nLine, szStamp, szText, hr);
+    return CStringT<XCHAR>();
+}
+
+} // namespace Check
+} // namespace Tavo
+
+// A value form over its buffer form: `call` fills `szBuffer`, 128 characters, zeroed first.
+#define TAVO_RETURN_BUFFER_FORM_VALUE(XCHAR, call)                                            \
+    XCHAR szBuffer[128] = {};                                                                 \
+    const HRESULT tavoHrValue_ = (call);                                                      \
+    return ::Tavo::Check::BufferFormValue(szBuffer, tavoHrValue_, TAVO_SITE, #call)
 
 #endif

@@ -46,59 +46,40 @@ long FormatDateA(Time time, char* szBuffer, int cchBufferMax, bool bLong)
     return Tavo::FormatDateA(Tavo::TimeToSystemTime(time), szBuffer, cchBufferMax, bLong);
 }
 
-// The value forms give nothing of a refused rendering: the platform may leave a cut text behind.
 CStringW FormatDateW(const SYSTEMTIME& st, bool bLong)
 {
     TAVO_FUNCTION("Tavo::FormatDateW");
-    wchar_t szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatDateW(st, szBuffer, _countof(szBuffer), bLong));
-    return SUCCEEDED(hr) ? szBuffer : L"";
+    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatDateW(st, szBuffer, _countof(szBuffer), bLong));
 }
 
 CStringA FormatDateA(const SYSTEMTIME& st, bool bLong)
 {
     TAVO_FUNCTION("Tavo::FormatDateA");
-    char szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatDateA(st, szBuffer, _countof(szBuffer), bLong));
-    return SUCCEEDED(hr) ? szBuffer : "";
+    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatDateA(st, szBuffer, _countof(szBuffer), bLong));
 }
 
 CStringW FormatDateW(const FILETIME& ft, bool bLong)
 {
     TAVO_FUNCTION("Tavo::FormatDateW");
-    wchar_t szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatDateW(ft, szBuffer, _countof(szBuffer), bLong));
-    return SUCCEEDED(hr) ? szBuffer : L"";
+    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatDateW(ft, szBuffer, _countof(szBuffer), bLong));
 }
 
 CStringA FormatDateA(const FILETIME& ft, bool bLong)
 {
     TAVO_FUNCTION("Tavo::FormatDateA");
-    char szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatDateA(ft, szBuffer, _countof(szBuffer), bLong));
-    return SUCCEEDED(hr) ? szBuffer : "";
+    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatDateA(ft, szBuffer, _countof(szBuffer), bLong));
 }
 
 CStringW FormatDateW(Time time, bool bLong)
 {
     TAVO_FUNCTION("Tavo::FormatDateW");
-    wchar_t szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatDateW(time, szBuffer, _countof(szBuffer), bLong));
-    return SUCCEEDED(hr) ? szBuffer : L"";
+    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatDateW(time, szBuffer, _countof(szBuffer), bLong));
 }
 
 CStringA FormatDateA(Time time, bool bLong)
 {
     TAVO_FUNCTION("Tavo::FormatDateA");
-    char szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatDateA(time, szBuffer, _countof(szBuffer), bLong));
-    return SUCCEEDED(hr) ? szBuffer : "";
+    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatDateA(time, szBuffer, _countof(szBuffer), bLong));
 }
 
 // ---- FormatTime -----------------------------------------------------------------------------
@@ -152,55 +133,37 @@ long FormatTimeA(Time time, char* szBuffer, int cchBufferMax, bool bSeconds)
 CStringW FormatTimeW(const SYSTEMTIME& st, bool bSeconds)
 {
     TAVO_FUNCTION("Tavo::FormatTimeW");
-    wchar_t szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeW(st, szBuffer, _countof(szBuffer), bSeconds));
-    return SUCCEEDED(hr) ? szBuffer : L"";
+    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatTimeW(st, szBuffer, _countof(szBuffer), bSeconds));
 }
 
 CStringA FormatTimeA(const SYSTEMTIME& st, bool bSeconds)
 {
     TAVO_FUNCTION("Tavo::FormatTimeA");
-    char szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeA(st, szBuffer, _countof(szBuffer), bSeconds));
-    return SUCCEEDED(hr) ? szBuffer : "";
+    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatTimeA(st, szBuffer, _countof(szBuffer), bSeconds));
 }
 
 CStringW FormatTimeW(const FILETIME& ft, bool bSeconds)
 {
     TAVO_FUNCTION("Tavo::FormatTimeW");
-    wchar_t szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeW(ft, szBuffer, _countof(szBuffer), bSeconds));
-    return SUCCEEDED(hr) ? szBuffer : L"";
+    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatTimeW(ft, szBuffer, _countof(szBuffer), bSeconds));
 }
 
 CStringA FormatTimeA(const FILETIME& ft, bool bSeconds)
 {
     TAVO_FUNCTION("Tavo::FormatTimeA");
-    char szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeA(ft, szBuffer, _countof(szBuffer), bSeconds));
-    return SUCCEEDED(hr) ? szBuffer : "";
+    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatTimeA(ft, szBuffer, _countof(szBuffer), bSeconds));
 }
 
 CStringW FormatTimeW(Time time, bool bSeconds)
 {
     TAVO_FUNCTION("Tavo::FormatTimeW");
-    wchar_t szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeW(time, szBuffer, _countof(szBuffer), bSeconds));
-    return SUCCEEDED(hr) ? szBuffer : L"";
+    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatTimeW(time, szBuffer, _countof(szBuffer), bSeconds));
 }
 
 CStringA FormatTimeA(Time time, bool bSeconds)
 {
     TAVO_FUNCTION("Tavo::FormatTimeA");
-    char szBuffer[128] = {};
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeA(time, szBuffer, _countof(szBuffer), bSeconds));
-    return SUCCEEDED(hr) ? szBuffer : "";
+    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatTimeA(time, szBuffer, _countof(szBuffer), bSeconds));
 }
 
 // ---- FormatDateTime -------------------------------------------------------------------------
