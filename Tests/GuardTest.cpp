@@ -49,6 +49,32 @@ void FaultsUnderAForeignFrame(void*)
     WritesThroughNull(nullptr);
 }
 
+// The code the platform dispatched last, seen before any frame handler. A write through null is an
+// access violation on Windows; a user-mode emulator under Wine may report it as another fault, and
+// the guard must hand back whatever was raised.
+DWORD s_dispatched;
+
+LONG CALLBACK RecordsDispatch(EXCEPTION_POINTERS* pInfo)
+{
+    s_dispatched = pInfo->ExceptionRecord->ExceptionCode;
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+class DispatchRecorder {
+public:
+    DispatchRecorder() : m_h(AddVectoredExceptionHandler(1, &RecordsDispatch)) { s_dispatched = 0; }
+    ~DispatchRecorder() { RemoveVectoredExceptionHandler(m_h); }
+    // The last code, which must be a fault's (error severity), not a C++ or user code.
+    DWORD Fault() const
+    {
+        EXPECT_EQ(0xC0000000u, s_dispatched & 0xF0000000u) << std::hex << s_dispatched;
+        return s_dispatched;
+    }
+
+private:
+    void* m_h;
+};
+
 } // namespace
 
 TEST(StructuredGuard, ReturnsZeroWhenTheCallCompletes)
@@ -60,9 +86,11 @@ TEST(StructuredGuard, ReturnsZeroWhenTheCallCompletes)
 
 TEST(StructuredGuard, CatchesFaultsAndRaisedCodesAgainAndAgain)
 {
+    DispatchRecorder recorder;
     for (int i = 0; i < 3; ++i) {
         SCOPED_TRACE(i);
-        EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), Tavo::CallWithStructuredGuard(&WritesThroughNull, nullptr));
+        const DWORD dwCaught = Tavo::CallWithStructuredGuard(&WritesThroughNull, nullptr);
+        EXPECT_EQ(recorder.Fault(), dwCaught);
     }
     DWORD dwCode = 0xE0001234;
     EXPECT_EQ(0xE0001234u, Tavo::CallWithStructuredGuard(&Raises, &dwCode));
@@ -70,19 +98,24 @@ TEST(StructuredGuard, CatchesFaultsAndRaisedCodesAgainAndAgain)
 
 TEST(StructuredGuard, NestedGuardsEachCatchTheirOwn)
 {
+    DispatchRecorder recorder;
     DWORD dwInner = 0;
-    EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), Tavo::CallWithStructuredGuard(&FaultsTwoLevelsDown, &dwInner));
-    EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), dwInner);
+    const DWORD dwOuter = Tavo::CallWithStructuredGuard(&FaultsTwoLevelsDown, &dwInner);
+    EXPECT_EQ(recorder.Fault(), dwOuter);
+    EXPECT_EQ(dwOuter, dwInner);
     // The frame chain is intact afterwards: C++ exceptions and further guards still work.
     EXPECT_THROW(throw 5, int);
-    EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), Tavo::CallWithStructuredGuard(&WritesThroughNull, nullptr));
+    const DWORD dwAgain = Tavo::CallWithStructuredGuard(&WritesThroughNull, nullptr);
+    EXPECT_EQ(recorder.Fault(), dwAgain);
 }
 
 TEST(StructuredGuard, UnwindsForeignFramesBeforeResuming)
 {
     s_searches = s_unwinds = 0;
     Registration* pBefore = FrameChain();
-    EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), Tavo::CallWithStructuredGuard(&FaultsUnderAForeignFrame, nullptr));
+    DispatchRecorder recorder;
+    const DWORD dwCaught = Tavo::CallWithStructuredGuard(&FaultsUnderAForeignFrame, nullptr);
+    EXPECT_EQ(recorder.Fault(), dwCaught);
     EXPECT_EQ(1, s_searches);
     EXPECT_EQ(1, s_unwinds) << "the frame above the guard is told that it is unwound";
     EXPECT_EQ(pBefore, FrameChain()) << "no dead frame is left on the chain";
