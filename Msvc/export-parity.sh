@@ -87,6 +87,8 @@ normalise() {
       gsub(/__(cdecl|stdcall|thiscall|fastcall|vectorcall|ptr32)/, "", s)
       gsub(/__int64/, "long long", s)
       s = tight(s)
+      # The convention of a callback parameter comes as a bare word: "(stdcall*)".
+      gsub(/\((cdecl|stdcall|thiscall|fastcall)\*/, "(*", s)
       while (match(s, /(^|[^A-Za-z0-9_])(class|struct|union|enum) /)) {
         keep = substr(s, RSTART, 1)
         if (keep ~ /[a-z]/) keep = ""
