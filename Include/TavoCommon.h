@@ -420,6 +420,211 @@ TAVO_API long FormatDateTimeA(const SYSTEMTIME& st, char* szBuffer, int cchBuffe
 TAVO_API long FormatDateTimeA(const FILETIME& ft, char* szBuffer, int cchBufferMax, bool bSeconds);
 TAVO_API long FormatDateTimeA(Time time, char* szBuffer, int cchBufferMax, bool bSeconds);
 
+// ---- Operating system: identification, WOW64, system directories, file search ---------------
+
+// The OS code (OS_OTHER ... OS_NEWER_THAN_WIN8) from GetVersionExA, computed once per process. A
+// server edition has the code of its client; 10.0 as reported gives OS_OTHER. pnServicePack, when
+// not null, receives the service pack's major number, -1 on a platform that is not NT.
+TAVO_API int GetOS(int* pnServicePack);
+TAVO_API int GetOS();
+TAVO_API bool IsXP();
+TAVO_API bool IsWinXPOrNewer();
+TAVO_API bool IsVista();
+TAVO_API bool IsWinVistaOrNewer();
+TAVO_API bool IsWin7();
+TAVO_API bool IsWin7OrNewer();
+TAVO_API bool IsWin8();
+TAVO_API bool IsWin8OrNewer();
+
+// WOW64. The platform's entries are looked up at every call, so the library loads where they are
+// missing: then the two-argument IsWow64Process warns and returns 0, the redirection calls return 0.
+TAVO_API bool Is64BitWindows();
+TAVO_API bool IsWow64Process();
+TAVO_API bool IsWow64Process(void* hProcess);
+TAVO_API int IsWow64Process(void* hProcess, int* Wow64Process);
+TAVO_API int Wow64DisableWow64FsRedirection(void** OldValue);
+TAVO_API int Wow64RevertWow64FsRedirection(void* OldValue);
+
+// The system's directories and the computer's NetBIOS name, asked once and kept until the library
+// unloads: never null, the empty string while the platform fails (asked again at the next call). The
+// library neither adds nor removes a final backslash. GetSystemWow64Directory gives the directory of
+// 32-bit system files on either kind of Windows: the system directory on 32-bit Windows.
+TAVO_API const wchar_t* GetWindowsDirectoryW();
+TAVO_API const char* GetWindowsDirectoryA();
+TAVO_API const wchar_t* GetSystemDirectoryW();
+TAVO_API const char* GetSystemDirectoryA();
+TAVO_API const wchar_t* GetSystemWow64DirectoryW();
+TAVO_API const char* GetSystemWow64DirectoryA();
+TAVO_API const wchar_t* GetTempPathW();
+TAVO_API const char* GetTempPathA();
+TAVO_API const wchar_t* GetComputerNameW();
+TAVO_API const char* GetComputerNameA();
+// The computer's name in one format, kept per format once the platform gives it; a refused format
+// gives the empty string (never null) and is asked again next time.
+TAVO_API const wchar_t* GetComputerNameExW(COMPUTER_NAME_FORMAT eFormat);
+TAVO_API const char* GetComputerNameExA(COMPUTER_NAME_FORMAT eFormat);
+// A new, empty, uniquely named file ("bmr....tmp") in the temporary directory, made at each call; the
+// caller owns it and deletes it. Empty on failure.
+TAVO_API CStringW GetTempFileNameW();
+TAVO_API CStringA GetTempFileNameA();
+
+// FindFirstFileEx with basic information and large fetches from Windows 7 on (decided at the first
+// call). The platform's handle, INVALID_HANDLE_VALUE on failure with its last error; nothing is
+// reported. Go on with the platform's FindNextFile and FindClose.
+TAVO_API void* FindFirstFileW(const wchar_t* szPath, WIN32_FIND_DATAW* pData);
+TAVO_API void* FindFirstFileA(const char* szPath, WIN32_FIND_DATAA* pData);
+
+// ---- System inspection: SSD detection and WMI queries ---------------------------------------
+
+// Whether a drive stands on a solid-state disk: S_OK (0) for an SSD, S_FALSE (1) for a rotating disk
+// or when nothing could tell (so compare with S_OK, not SUCCEEDED), a failure HRESULT when the volume
+// or its disk cannot be opened (read and write rights needed) or the volume's extents are refused.
+// A string names its drive by its first character, "C:\\data" as well as "C"; null or empty gives
+// E_POINTER or E_INVALIDARG. Nothing is cached.
+TAVO_API long IsDriveSSDW(wchar_t cDrive);
+TAVO_API long IsDriveSSDA(char cDrive);
+TAVO_API long IsDriveSSDW(const wchar_t* szDrive);
+TAVO_API long IsDriveSSDA(const char* szDrive);
+
+// One property (szItem) of a WQL query in szNamespace (e.g. "ROOT\\CIMV2"; no default), every row's
+// value joined by "|" (a null value adds the bar alone; a null first value fails with 0x800710D2).
+// Starts and ends COM on the calling thread itself. On 64-bit Windows a failed query is asked again
+// of the 64-bit provider. Value forms: the wide one returns szDefault with the rows appended behind
+// it (after a failure, whatever was appended before it); the narrow one returns the rows alone, or
+// szDefault after a failure. Buffer forms: S_OK, the failure's HRESULT, or 0x8007007A with the text
+// cut to cchBufferMax - 1 characters.
+TAVO_API CStringW QueryWMI(const wchar_t* szQuery, const wchar_t* szItem, const wchar_t* szNamespace,
+                           const wchar_t* szDefault);
+TAVO_API CStringA QueryWMI(const char* szQuery, const char* szItem, const char* szNamespace, const char* szDefault);
+TAVO_API long QueryWMI(const wchar_t* szQuery, const wchar_t* szItem, wchar_t* szBuffer, int cchBufferMax,
+                       const wchar_t* szNamespace);
+TAVO_API long QueryWMI(const char* szQuery, const char* szItem, char* szBuffer, int cchBufferMax, const char* szNamespace);
+
+// The system's display name (Win32_OperatingSystem's Caption), asked once per process under the
+// library's lock and kept, also when the query failed (then empty). Owned by the library.
+TAVO_API const wchar_t* GetWindowsPlatformW();
+TAVO_API const char* GetWindowsPlatformA();
+
+// ---- Launching in the user's session, process presence, toasts -------------------------------
+
+// Starts a program as the user logged on to this machine, on that user's desktop, from any account.
+// The token comes from the first of: the console session, the first active session, this process's
+// session (two ways), the desktop shell's process. The command line is "lpApplicationName" and a
+// blank, then lpCommandLineArguments; without a program the arguments alone. Returns true when a
+// process was created (also when it was terminated with exit code 0 at the time-out), false when
+// there was nothing to start or no process. ExitCode_DWORD is 0 unless the process was waited for
+// and ended in time. Numbered steps are traced (text cut at 2,048 bytes); a composed command line of
+// 2,048 bytes or more is refused (false, no process), since a cut one would run something else.
+TAVO_API bool RunAsLoggedOnUser_2012(unsigned long& ExitCode_DWORD, const char* lpApplicationName,
+                                     const char* lpCommandLineArguments, const char* lpCurrentDirectory,
+                                     unsigned long dwTimeout, int bWait);
+
+// 1 if a process of that file name (with extension, any case) runs and this caller may open it,
+// else 0; only the first 1,024 process ids are looked at. A null name gives 0.
+TAVO_API int IsProgramRunningW(const wchar_t* szFileName);
+TAVO_API int IsProgramRunningA(const char* szFileName);
+
+// Runs szApplication with szArguments as the logged-on user through RunAsLoggedOnUser_2012, with the
+// install directory as working directory, and returns the exit code: 0 also when nothing started,
+// bWait was 0 or the process was terminated. Text passes through the thread's ANSI code page. An
+// application, arguments or install directory of 512 bytes or more (narrow, terminator included)
+// starts nothing: 0.
+TAVO_API unsigned long UseImpersonateToExecuteProcessAndWaitW(const wchar_t* szApplication, const wchar_t* szArguments,
+                                                              unsigned long dwTimeout, int bWait);
+TAVO_API unsigned long UseImpersonateToExecuteProcessAndWaitA(const char* szApplication, const char* szArguments,
+                                                              unsigned long dwTimeout, int bWait);
+
+// The exit codes of MetroToast.exe; the library itself gives the four named here.
+enum METRO_TOAST_APP_EXIT_CODES_ENUM {
+    METRO_TOAST_OK = 0,          // the tool was started, or another toast is up and this one was dropped
+    METRO_TOAST_NO_TYPE = 6,     // szType was null
+    METRO_TOAST_NO_LINE1 = 8,    // szLine1 was null
+    METRO_TOAST_OS_TOO_OLD = 12, // older than Windows 8
+};
+
+// Shows a toast in the logged-on user's session by starting MetroToast.exe of the install directory
+// without waiting. nDuration 1 is long, anything else short; szType and szLine1 are required (null
+// only counts as missing), the others optional. bAllowConcurrent 0 drops the toast while the tool
+// runs. Program path and arguments are each limited to 511 narrow bytes (longer: nothing starts, 0).
+TAVO_API METRO_TOAST_APP_EXIT_CODES_ENUM ShowMetroToastIfWin8orNewerW(int nDuration, const wchar_t* szType,
+                                                                      const wchar_t* szImage, const wchar_t* szLine1,
+                                                                      const wchar_t* szLine2, const wchar_t* szLine3,
+                                                                      int bAllowConcurrent);
+TAVO_API METRO_TOAST_APP_EXIT_CODES_ENUM ShowMetroToastIfWin8orNewerA(int nDuration, const char* szType,
+                                                                      const char* szImage, const char* szLine1,
+                                                                      const char* szLine2, const char* szLine3,
+                                                                      int bAllowConcurrent);
+
+// ---- Shutdown, network drives, windows and named threads ---------------------------------------
+
+// Shuts down, restarts or logs off as the platform's ExitWindowsEx(uFlags, dwReason) does, after
+// enabling the shutdown privilege in the process token where it can (best effort: each failed step
+// is told and the platform call runs anyway; the privilege stays enabled). 0, or the HRESULT of the
+// platform's last error when the platform refuses.
+TAVO_API long ExitWindowsEx(unsigned int uFlags, unsigned long dwReason);
+// Reconnects the mapped network drives A: to Z: without user interface, one line per drive with
+// its answer. 0 whatever the drives answer; the HRESULT of the error when mpr.dll or its
+// WNetRestoreSingleConnectionW cannot be had (then no drive is tried).
+TAVO_API long NetRestoreAllConnections();
+// Convert a whole rectangle (both corners) between client and screen coordinates of hWnd. 1 on
+// success, 0 on failure; a failure at the second corner leaves the first one converted.
+TAVO_API int ClientToScreen(HWND hWnd, RECT* pRect);
+TAVO_API int ScreenToClient(HWND hWnd, RECT* pRect);
+// The suite's main window: the first top-level window whose class name contains "HwndWrapper" and
+// that answers the registered message "Tavo::WM_ISMAINAPPWINDOW" with a non-zero result; null if
+// none does. No other window is sent anything. The send has no time-out: a hung window holds the
+// caller up.
+TAVO_API HWND GetMainAppWindow();
+
+// Starts a thread through the run-time library (_beginthreadex) and, when szThreadName is neither
+// null nor empty, names it for the debugger. The handle, which the caller owns and closes, or null
+// after a failure (then *pdwThreadId, when given, is 0). The short form: no attributes, default
+// stack, no flags.
+TAVO_API HANDLE CreateThread(SECURITY_ATTRIBUTES* pThreadAttributes, unsigned long dwStackSize,
+                             LPTHREAD_START_ROUTINE pfnStartAddress, void* pvParameter,
+                             unsigned long dwCreationFlags, unsigned long* pdwThreadId, const char* szThreadName);
+TAVO_API HANDLE CreateThread(const char* szThreadName, LPTHREAD_START_ROUTINE pfnStartAddress, void* pvParameter);
+// Names a thread for a debugger through the debuggers' naming exception; without a debugger nothing
+// changes. The name is read during the call only.
+TAVO_API void SetThreadName(unsigned long dwThreadId, const char* szThreadName);
+
+// ---- COM objects from private DLLs ----------------------------------------------------------------
+
+// A COM object straight from a DLL that nobody registered: its DllGetClassObject, then the class
+// factory's CreateInstance; the system's class registration takes no part. The short forms use riid
+// as both the class id and the interface id. 0 on success (also for a positive success code of the
+// DLL), otherwise the failed step's HRESULT. The factory is released before the call returns.
+TAVO_API long CoCreateInstance(HINSTANCE hModule, const GUID& rclsid, const GUID& riid, void** ppv);
+TAVO_API long CoCreateInstance(HINSTANCE hModule, const GUID& riid, void** ppv);
+// The same from a DLL file. A bare file name means the copy in the install directory when there is
+// one (else a warning line, and the platform's search); the DLL loads with its own directory as the
+// current directory, which is process-wide meanwhile and put back afterwards; failing that, once
+// more by szModule as given, from the caller's current directory. The module handle in *pModule
+// belongs to the caller, also when creating the object failed: keep it loaded for as long as the
+// object lives, then FreeLibrary it. It is null afterwards only when the load failed. A null or empty
+// szModule (E_POINTER / E_INVALIDARG) or a null pModule or ppv (E_POINTER) leaves everything alone.
+TAVO_API long CoCreateInstance(const wchar_t* szModule, const GUID& rclsid, const GUID& riid, HINSTANCE* pModule,
+                               void** ppv);
+TAVO_API long CoCreateInstance(const char* szModule, const GUID& rclsid, const GUID& riid, HINSTANCE* pModule,
+                               void** ppv);
+TAVO_API long CoCreateInstance(const wchar_t* szModule, const GUID& riid, HINSTANCE* pModule, void** ppv);
+TAVO_API long CoCreateInstance(const char* szModule, const GUID& riid, HINSTANCE* pModule, void** ppv);
+
 } // namespace Tavo
+
+// ---- Help (a plain export, outside the namespace) -------------------------------------------------
+
+// The help address used when Product.cfg has no [URL] Help: "%PRODUCT%" becomes GetProductA() and
+// "%HELPID%" the topic in decimal, every occurrence of each.
+#define TAVO_DEFAULT_HELP_ADDRESS "http://help.tavo.example/help/%PRODUCT%/topics.php?topic_id=%HELPID%"
+
+// Opens the help for topic nTopic as Product.cfg says (UseOnlineHelp, default yes). Online: the
+// [URL] Help address in the user's browser; the same topic asked again within a second (or with the
+// clock set back) is dropped with E_ABORT, an empty address gives E_FAIL, a browser that fails to
+// start the shell's error as an HRESULT (a shell result of 0 reads as success). Offline: the help
+// file (GetHelpFilePathA) in the system's HTML help control, its table of contents for topic 0 or a
+// topic the file lacks; E_FAIL when nothing was shown, and for good once the control could not be
+// loaded. 0 once the help was started. No lock: callable from any thread.
+extern "C" TAVO_API long LaunchHelp(int nTopic);
 
 #endif

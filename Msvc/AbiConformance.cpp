@@ -290,6 +290,40 @@ void CheckFamilies()
     CHECK(strBytes == L"1.50 KB", "\"%ls\"", strBytes.GetString());
     const Tavo::CStringW strDate = Tavo::FormatDateW(st, false);
     CHECK(strDate == L"1/13/2012", "\"%ls\"", strDate.GetString());
+
+    // System inspection: bools and ints by value, cached pointers, a string value made in the DLL.
+    int nServicePack = -2;
+    const int nOs = Tavo::GetOS(&nServicePack);
+    CHECK(nOs == Tavo::GetOS() && nServicePack >= -1 && Tavo::IsWin7OrNewer() == (nOs >= 4), "%d %d", nOs,
+          nServicePack);
+    CHECK(Tavo::Is64BitWindows() == Tavo::IsWow64Process(), "%d", static_cast<int>(Tavo::Is64BitWindows()));
+    const wchar_t* pszWow64 = Tavo::GetSystemWow64DirectoryW();
+    CHECK(pszWow64 && *pszWow64 && pszWow64 == Tavo::GetSystemWow64DirectoryW(), "%p", pszWow64);
+    const wchar_t* pszRefused = Tavo::GetComputerNameExW(static_cast<COMPUTER_NAME_FORMAT>(99));
+    CHECK(pszRefused && !*pszRefused, "%p", pszRefused);
+    const Tavo::CStringW strTemp = Tavo::GetTempFileNameW();
+    CHECK(!strTemp.IsEmpty() && DeleteFileW(strTemp), "\"%ls\"", strTemp.GetString());
+    WIN32_FIND_DATAW fd;
+    CHECK(Tavo::FindFirstFileW(L"C:\\no-such-directory\\*", &fd) == INVALID_HANDLE_VALUE, "a search found");
+    const long hrNoDrive = Tavo::IsDriveSSDW(static_cast<const wchar_t*>(NULL));
+    CHECK(hrNoDrive == E_POINTER && Tavo::IsDriveSSDA("") == E_INVALIDARG, "%#lx", hrNoDrive);
+    // No rows or a failure: the wide value form gives its default back, as it was.
+    const Tavo::CStringW strWmi = Tavo::QueryWMI(L"SELECT * FROM NoSuchClass", L"X", L"ROOT\\CIMV2", L"D");
+    CHECK(strWmi == L"D", "\"%ls\"", strWmi.GetString());
+
+    // Processes and components: an enum by value, HRESULTs and untouched out-arguments.
+    CHECK(Tavo::IsProgramRunningA("no-such-program.exe") == 0, "a missing program runs");
+    CHECK(Tavo::UseImpersonateToExecuteProcessAndWaitA(NULL, NULL, 0, 0) == 0, "a code for nothing started");
+    const Tavo::METRO_TOAST_APP_EXIT_CODES_ENUM eToast =
+        Tavo::ShowMetroToastIfWin8orNewerA(1, NULL, NULL, NULL, NULL, NULL, 0);
+    CHECK(eToast == (Tavo::GetOS() < 5 ? 12 : 6), "%d", static_cast<int>(eToast));
+    HINSTANCE hModule = reinterpret_cast<HINSTANCE>(static_cast<INT_PTR>(0x4321));
+    void* pv = NULL;
+    const long hrEmpty = Tavo::CoCreateInstance(L"", guid, &hModule, &pv);
+    CHECK(hrEmpty == E_INVALIDARG && hModule == reinterpret_cast<HINSTANCE>(static_cast<INT_PTR>(0x4321)), "%#lx",
+          hrEmpty);
+    const long hrNoFactory = Tavo::CoCreateInstance(GetModuleHandleW(L"kernel32.dll"), guid, guid, &pv);
+    CHECK(hrNoFactory == static_cast<long>(0x8007007F), "%#lx", hrNoFactory);
 }
 
 void CheckHandleOwner()

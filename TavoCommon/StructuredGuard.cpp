@@ -1,18 +1,20 @@
 // A structured-exception frame installed by hand: neither of our compilers offers __try/__except
 // for i686 in the same way, and the frame must work for both. The frame is an
-// EXCEPTION_REGISTRATION record pushed on fs:[0], extended by the caller's frame pointer and a slot
-// for the exception code. Its handler unwinds every frame above it with RtlUnwind, exactly like a
-// compiler's __except(EXCEPTION_EXECUTE_HANDLER), and resumes after the guarded call.
+// EXCEPTION_REGISTRATION record pushed on fs:[0], extended by the caller's frame pointer and slots
+// for the exception code and the filter. Its handler unwinds every frame above it with RtlUnwind,
+// exactly like a compiler's __except(EXCEPTION_EXECUTE_HANDLER), and resumes after the guarded call;
+// or, when the caller asked for it, answers like __except(EXCEPTION_CONTINUE_EXECUTION) and touches
+// nothing.
 //
 // Record, from the address in fs:[0] upwards:
-//   +0 next record   +4 handler   +8 saved ebp   +12 exception code (0 while none)
+//   +0 next record   +4 handler   +8 saved ebp   +12 exception code (0 while none)   +16 filter
 #include "Trace.h"
 
 #if !defined(__i386__)
 #error "The structured guard is written for i686."
 #endif
 
-extern "C" DWORD __cdecl TavoGuardedCall(void (*pfn)(void*), void* pv);
+extern "C" DWORD __cdecl TavoGuardedCall(void (*pfn)(void*), void* pv, DWORD dwFilter);
 
 __asm__(
     ".text\n"
@@ -23,6 +25,7 @@ __asm__(
     "    pushl %ebx\n"
     "    pushl %esi\n"
     "    pushl %edi\n"
+    "    pushl 16(%ebp)\n"                // filter
     "    pushl $0\n"                      // exception code
     "    pushl %ebp\n"                    // frame pointer to resume with
     "    pushl $_TavoGuardHandler\n"
@@ -35,7 +38,7 @@ __asm__(
     "    movl  12(%esp), %eax\n"
     "    popl  %ecx\n"
     "    movl  %ecx, %fs:0\n"
-    "    addl  $12, %esp\n"
+    "    addl  $16, %esp\n"
     "    popl  %edi\n"
     "    popl  %esi\n"
     "    popl  %ebx\n"
@@ -47,7 +50,12 @@ __asm__(
     "    movl  4(%esp), %eax\n"
     "    testl $6, 4(%eax)\n"             // EXCEPTION_UNWINDING | EXCEPTION_EXIT_UNWIND
     "    jnz   1f\n"
-    "    movl  8(%esp), %ebx\n"
+    "    movl  8(%esp), %ecx\n"
+    "    cmpl  $0, 16(%ecx)\n"
+    "    je    4f\n"
+    "    xorl  %eax, %eax\n"             // ExceptionContinueExecution
+    "    ret\n"
+    "4:  movl  8(%esp), %ebx\n"
     "    movl  (%eax), %ecx\n"
     "    testl %ecx, %ecx\n"
     "    jnz   3f\n"
@@ -68,9 +76,9 @@ __asm__(
 
 namespace Tavo {
 
-DWORD CallWithStructuredGuard(void (*pfn)(void*), void* pv)
+DWORD CallWithStructuredGuard(void (*pfn)(void*), void* pv, GuardFilter filter)
 {
-    return TavoGuardedCall(pfn, pv);
+    return TavoGuardedCall(pfn, pv, static_cast<DWORD>(filter));
 }
 
 } // namespace Tavo

@@ -14,9 +14,14 @@ void TraceOutput(DWORD dwLevel, const char* szFile, const char* szFunction, int 
 void TraceOutputV(DWORD dwLevel, const char* szFile, const char* szFunction, int nLine,
                   const char* szStamp, const char* szFormat, va_list args);
 
+// What the guard's filter answers. GUARD_EXECUTE_HANDLER: the exception ends pfn and the guard
+// returns its code. GUARD_CONTINUE_EXECUTION: execution goes on right behind the point that raised
+// it, for an exception that is only a message to a debugger.
+enum GuardFilter { GUARD_EXECUTE_HANDLER = 0, GUARD_CONTINUE_EXECUTION = 1 };
+
 // Runs pfn(pv) under a structured-exception frame of its own. Returns 0 when pfn returned, or the
 // code of the structured exception that ended it (the frames below are unwound first).
-DWORD CallWithStructuredGuard(void (*pfn)(void*), void* pv);
+DWORD CallWithStructuredGuard(void (*pfn)(void*), void* pv, GuardFilter filter = GUARD_EXECUTE_HANDLER);
 
 } // namespace Tavo
 

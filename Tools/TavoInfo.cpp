@@ -1,13 +1,15 @@
 // tavoinfo: prints what TavoCommon.dll reports on this machine, one section per family.
-//   tavoinfo [--trace] [--lang-test MODULE ID]
+//   tavoinfo [--trace] [--lang-test MODULE ID] [--run "COMMAND LINE"]
 // --lang-test prints string ID of MODULE as the library loads it, language file first, so that a
 // translator can check a language file without running the program. --trace sends the library's diagnostic lines (through CorvDebug.dll) to standard error, unless
-// CORVDEBUG_FILE already says where they go.
+// CORVDEBUG_FILE already says where they go. --run starts COMMAND LINE as the logged-on user, waits for
+// it and prints its exit code, with the launcher's numbered steps on the channel.
 #include <TavoCommon.h>
 
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <wchar.h>
 
 namespace {
 
@@ -148,12 +150,110 @@ void ConfigurationSection(HMODULE hLibrary)
     Field("RegKey", ConfigValue(L"RegKey", L"Config", strCompanyProduct));
     Field("IsPortable", ConfigBool(L"IsPortable", L"CONFIG", FALSE));
     Field("UseOnlineHelp", ConfigBool(L"UseOnlineHelp", L"Config", TRUE));
-    Field("[URL] Help", ConfigValue(L"Help", L"URL", L"the online help address"));
+    Field("[URL] Help", ConfigValue(L"Help", L"URL", Tavo::CStringW(TAVO_DEFAULT_HELP_ADDRESS)));
+}
+
+const wchar_t* OsName(int nOS)
+{
+    switch (nOS) {
+    case Tavo::OS_WIN2000: return L"Windows 2000";
+    case Tavo::OS_WINXP: return L"Windows XP";
+    case Tavo::OS_VISTA: return L"Windows Vista";
+    case Tavo::OS_WIN7: return L"Windows 7";
+    case Tavo::OS_WIN8: return L"Windows 8";
+    case Tavo::OS_NEWER_THAN_WIN8: return L"newer than Windows 8";
+    default: return L"other";
+    }
+}
+
+// What the library learns of this machine's Windows.
+void SystemSection()
+{
+    Section("System");
+    int nServicePack = -1;
+    const int nOS = Tavo::GetOS(&nServicePack);
+    Field("OS", Tavo::FormatStringW(L"%d (%ls)", nOS, OsName(nOS)));
+    Field("Service pack", nServicePack < 0 ? L"none (not NT)" : Tavo::FormatStringW(L"%d", nServicePack).GetString());
+    Field("64-bit Windows", Tavo::Is64BitWindows() ? L"yes" : L"no");
+    Field("WOW64 process", Tavo::IsWow64Process() ? L"yes" : L"no");
+    Field("Windows", Tavo::GetWindowsDirectoryW());
+    Field("System", Tavo::GetSystemDirectoryW());
+    Field("System (WOW64)", Tavo::GetSystemWow64DirectoryW());
+    Field("Temp", Tavo::GetTempPathW());
+    Field("Computer", Tavo::GetComputerNameW());
+    Field("DNS host", Tavo::GetComputerNameExW(ComputerNameDnsHostname));
+    Field("DNS domain", Tavo::GetComputerNameExW(ComputerNameDnsDomain));
+    Field("DNS full name", Tavo::GetComputerNameExW(ComputerNameDnsFullyQualified));
+    Field("Physical NetBIOS", Tavo::GetComputerNameExW(ComputerNamePhysicalNetBIOS));
+    // Platform name from WMI: added with the WMI family.
+    Field("Platform (WMI)", Tavo::GetWindowsPlatformW());
+}
+
+// Each fixed drive letter with its SSD answer. Opening a disk needs administrator rights on Windows, and
+// Wine answers no storage query: then the reason is shown.
+void DrivesSection()
+{
+    Section("Drives");
+    const DWORD dwDrives = GetLogicalDrives();
+    for (int i = 0; i < 26; ++i) {
+        if (!(dwDrives & (1u << i))) continue;
+        const wchar_t szRoot[] = {static_cast<wchar_t>(L'A' + i), L':', L'\\', 0};
+        if (GetDriveTypeW(szRoot) != DRIVE_FIXED) continue;
+        const long hr = Tavo::IsDriveSSDW(szRoot[0]);
+        const char szName[] = {static_cast<char>('A' + i), ':', 0};
+        if (hr == S_OK)
+            Field(szName, L"SSD");
+        else if (hr == S_FALSE)
+            Field(szName, L"not an SSD, or nothing could tell");
+        else
+            Field(szName, Tavo::CStringW(L"cannot tell: ") + Tavo::FormatErrorW(static_cast<unsigned long>(hr)).TrimRight());
+    }
+}
+
+// This process's session and the user's.
+void SessionSection()
+{
+    Section("Session");
+    wchar_t sz[64];
+    DWORD dwSession = 0;
+    if (ProcessIdToSessionId(GetCurrentProcessId(), &dwSession))
+        swprintf(sz, 64, L"%lu", dwSession);
+    else
+        swprintf(sz, 64, L"unknown (error %lu)", GetLastError());
+    Field("This process", sz);
+    const DWORD dwConsole = WTSGetActiveConsoleSessionId();
+    swprintf(sz, 64, L"%lu", dwConsole);
+    Field("Console", sz);
+    // Bound at run time, as the launcher binds it: a system without it has no user token to give.
+    typedef BOOL(WINAPI * PFN_WTSQueryUserToken)(ULONG, PHANDLE);
+    HMODULE hWts = LoadLibraryW(L"wtsapi32.dll");
+    void* pvQuery = hWts ? reinterpret_cast<void*>(GetProcAddress(hWts, "WTSQueryUserToken")) : nullptr;
+    const PFN_WTSQueryUserToken pfnQuery = reinterpret_cast<PFN_WTSQueryUserToken>(pvQuery);
+    HANDLE hToken = nullptr;
+    if (!pfnQuery)
+        swprintf(sz, 64, L"not available");
+    else if (pfnQuery(dwConsole, &hToken))
+        swprintf(sz, 64, L"yes");
+    else
+        swprintf(sz, 64, L"no (error %lu)", GetLastError());
+    Field("User token", sz);
+    if (hToken) CloseHandle(hToken);
+    if (hWts) FreeLibrary(hWts);
+    Field("Main window", Tavo::GetMainAppWindow() ? L"up" : L"not found");
+}
+
+// --run: the launcher as a support engineer tries it; its numbered steps go to the channel.
+int RunAsUser(const char* szCommandLine)
+{
+    unsigned long dwExitCode = 0;
+    const bool bStarted = Tavo::RunAsLoggedOnUser_2012(dwExitCode, nullptr, szCommandLine, nullptr, INFINITE, TRUE);
+    printf("Started: %s\nExit code: %lu\n", bStarted ? "yes" : "no", dwExitCode);
+    return bStarted ? 0 : 1;
 }
 
 int Usage()
 {
-    fprintf(stderr, "usage: tavoinfo [--trace] [--lang-test MODULE ID]\n");
+    fprintf(stderr, "usage: tavoinfo [--trace] [--lang-test MODULE ID] [--run \"COMMAND LINE\"]\n");
     return 2;
 }
 
@@ -163,8 +263,12 @@ int main(int argc, char** argv)
 {
     const char* szTestModule = nullptr;
     const char* szTestId = nullptr;
+    const char* szRun = nullptr;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--trace") == 0) {
+            if (!GetEnvironmentVariableA("CORVDEBUG_FILE", nullptr, 0)) SetEnvironmentVariableA("CORVDEBUG_FILE", "-");
+        } else if (strcmp(argv[i], "--run") == 0 && i + 1 < argc) {
+            szRun = argv[++i];
             if (!GetEnvironmentVariableA("CORVDEBUG_FILE", nullptr, 0)) SetEnvironmentVariableA("CORVDEBUG_FILE", "-");
         } else if (strcmp(argv[i], "--lang-test") == 0 && i + 2 < argc) {
             szTestModule = argv[++i];
@@ -175,6 +279,7 @@ int main(int argc, char** argv)
     }
 
     try {
+        if (szRun) return RunAsUser(szRun);
         if (szTestModule) {
             const int nResult = LanguageTest(szTestModule, szTestId);
             return nResult < 0 ? Usage() : nResult;
@@ -193,6 +298,9 @@ int main(int argc, char** argv)
         LanguageSection();
         FormatsSection();
         ConfigurationSection(hLibrary);
+        SystemSection();
+        DrivesSection();
+        SessionSection();
 
         Section("Diagnostic channel");
         HMODULE hSink = GetModuleHandleW(L"CorvDebug.dll");

@@ -409,6 +409,12 @@ void ScratchInstall::UseSink(const std::string& dllName, const char* file, int l
     CopyFile(dllName, "CorvDebug.dll", file, line);
 }
 
+void ScratchInstall::SetProgramName(const std::string& exeName, const char* file, int line)
+{
+    CopyFile(exeName_, exeName, file, line);
+    runName_ = exeName;
+}
+
 void ScratchInstall::WriteFile(const std::string& relativePath, const std::string& bytes, const char* file, int line)
 {
     const std::string target = Below(relativePath, file, line);
@@ -458,7 +464,7 @@ ChildResult ScratchInstall::Run(const std::string& childCase, const std::vector<
     }
     Handle input(::CreateFileA("NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING, 0, NULL));
 
-    const std::string exe = path_ + "\\" + exeName_;
+    const std::string exe = path_ + "\\" + (runName_.empty() ? exeName_ : runName_);
     std::string commandLine = QuoteArgument(exe) + " " + QuoteArgument(kChildFlag + childCase);
     for (const std::string& arg : args) commandLine += " " + QuoteArgument(arg);
     std::vector<char> mutableCommandLine(commandLine.begin(), commandLine.end());

@@ -70,6 +70,10 @@ public:
     std::string Path() const { return path_; }
     // How long Run waits before it terminates the child and fails (60 s unless set).
     void SetTimeout(DWORD milliseconds) { timeoutMs_ = milliseconds; }
+    // Runs the child under another file name (a copy of the test program made here), e.g. so that
+    // settings the platform keys by program name reach this child only. The default is the test
+    // program's own name.
+    void SetProgramName(const std::string& exeName, const char* file = __builtin_FILE(), int line = __builtin_LINE());
 
     // Runs the registered case `childCase` in the scratch copy of the test program, current
     // directory the scratch directory; `args` reach the case through ChildArgs().
@@ -83,6 +87,7 @@ private:
     std::string testDir_;
     std::string exeName_;
     DWORD timeoutMs_ = 60000;
+    std::string runName_;  // the program Run starts; exeName_ when empty
 };
 
 // Inside a child case: reports `key=value` on a line of its own, flushed at once. Keys are letters,
