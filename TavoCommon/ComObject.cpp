@@ -3,6 +3,7 @@
 // the caller, who must keep it loaded for as long as the object lives.
 #include "Argument.h"
 #include "Check.h"
+#include "ComPtr.h"
 
 #include <objbase.h>
 #include <shlwapi.h>
@@ -17,18 +18,6 @@ namespace {
 
 typedef HRESULT(STDAPICALLTYPE* DLLGETCLASSOBJECT)(REFCLSID rclsid, REFIID riid, LPVOID* ppv);
 
-// The steps that hold the factory; the caller releases whatever it left in pFactory.
-HRESULT CreateFromFactory(DLLGETCLASSOBJECT DllGetClassObject, const GUID& rclsid, const GUID& riid, void** ppv,
-                          IClassFactory*& pFactory)
-{
-    TAVO_FUNCTION("Tavo::CoCreateInstance");
-    CHECK_HRESULT(DllGetClassObject(rclsid, __uuidof(IClassFactory), (LPVOID*)&pFactory));
-    // A DLL that claims success without a factory has failed all the same.
-    CHECK_WIN32(pFactory);
-    CHECK_HRESULT(pFactory->CreateInstance(NULL, riid, ppv));
-    return S_OK;
-}
-
 } // namespace
 
 long CoCreateInstance(HINSTANCE hModule, const GUID& rclsid, const GUID& riid, void** ppv)
@@ -39,11 +28,13 @@ long CoCreateInstance(HINSTANCE hModule, const GUID& rclsid, const GUID& riid, v
 #pragma GCC diagnostic ignored "-Wcast-function-type"  // FARPROC is the platform's generic entry type
     CHECK_WIN32(DllGetClassObject = (DLLGETCLASSOBJECT)::GetProcAddress(hModule, "DllGetClassObject"));
 #pragma GCC diagnostic pop
-    IClassFactory* pFactory = NULL;
-    const HRESULT hr = CreateFromFactory(DllGetClassObject, rclsid, riid, ppv, pFactory);
-    // The object keeps whatever reference the factory gave it; the factory itself goes here.
-    if (pFactory) pFactory->Release();
-    return hr;
+    // The object keeps whatever reference the factory gave it; the factory itself goes at the end.
+    TComPtr<IClassFactory> pFactory;
+    CHECK_HRESULT(DllGetClassObject(rclsid, __uuidof(IClassFactory), (LPVOID*)&pFactory));
+    // A DLL that claims success without a factory has failed all the same.
+    CHECK_WIN32(pFactory);
+    CHECK_HRESULT(pFactory->CreateInstance(NULL, riid, ppv));
+    return S_OK;
 }
 
 long CoCreateInstance(HINSTANCE hModule, const GUID& riid, void** ppv)

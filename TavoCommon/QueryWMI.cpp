@@ -4,6 +4,7 @@
 #include "Argument.h"
 #include "Cache.h"
 #include "Check.h"
+#include "ComPtr.h"
 #include "StrSafe.h"
 
 #include <objbase.h>
@@ -20,26 +21,6 @@ const CLSID kClsidWbemContext = {0x674B6698, 0xEE92, 0x11D0, {0xAD, 0x71, 0x00, 
 const IID kIidWbemContext = {0x44ACA674, 0xE8FC, 0x11D0, {0xA0, 0x7C, 0x00, 0xC0, 0x4F, 0xB6, 0x88, 0x20}};
 
 const HRESULT kEmptyFirstValue = static_cast<HRESULT>(0x800710D2);  // HRESULT_FROM_WIN32(ERROR_EMPTY)
-
-// Owns one interface pointer for a scope.
-template <typename T>
-class TComPtr {
-public:
-    TComPtr() : m_p(nullptr) {}
-    ~TComPtr()
-    {
-        if (m_p) m_p->Release();
-    }
-    T* operator->() const { return m_p; }
-    operator T*() const { return m_p; }
-    // Only for an out-parameter: the holder is empty whenever it is asked.
-    T** operator&() { return &m_p; }
-
-private:
-    TComPtr(const TComPtr&);
-    TComPtr& operator=(const TComPtr&);
-    T* m_p;
-};
 
 // Owns one VARIANT for a scope.
 class CVariant : public VARIANT {
