@@ -87,7 +87,10 @@ struct UserEnvironmentFunctions {
     typedef BOOL(WINAPI* PFN_LoadUserProfileA)(HANDLE, LPPROFILEINFOA);
     typedef BOOL(WINAPI* PFN_UnloadUserProfile)(HANDLE, HANDLE);
 
-    UserEnvironmentFunctions() : m_userenv(::LoadLibraryA("userenv.dll"))
+    // Every entry starts null: the binding stops at the first one that is missing.
+    UserEnvironmentFunctions()
+        : m_userenv(::LoadLibraryA("userenv.dll")), fnCreateEnvironmentBlock(nullptr),
+          fnDestroyEnvironmentBlock(nullptr), fnLoadUserProfileA(nullptr), fnUnloadUserProfile(nullptr)
     {
         bAvailable = m_userenv.Bind(fnCreateEnvironmentBlock, "CreateEnvironmentBlock") &&
                      m_userenv.Bind(fnDestroyEnvironmentBlock, "DestroyEnvironmentBlock") &&

@@ -18,7 +18,8 @@ enum { KeyNameInformation = 3 };
 typedef NTSTATUS(NTAPI* ZWQUERYKEY)(HANDLE hKey, int nClass, PVOID pvInformation, ULONG cbLength,
                                     PULONG pcbResult);
 
-// A block of the run-time heap, released on every way out of its scope.
+// A zeroed block of the run-time heap, released on every way out of its scope. One calloc, not
+// malloc and memset, which the optimizer would fold into calloc anyway.
 class CRuntimeBlock {
 public:
     CRuntimeBlock() : m_pb(nullptr), m_cb(0) {}
@@ -27,7 +28,7 @@ public:
     BYTE* AllocateBytes(size_t cb)
     {
         free(m_pb);
-        m_pb = static_cast<BYTE*>(malloc(cb));
+        m_pb = static_cast<BYTE*>(calloc(1, cb));
         m_cb = m_pb ? cb : 0;
         return m_pb;
     }
@@ -60,7 +61,6 @@ long StringFromHKEYW(HKEY hKey, CStringW& strOutput)
     dwSize += sizeof(wchar_t);
     CRuntimeBlock p;
     CHECK_WIN32(p.AllocateBytes(dwSize));
-    memset(p, 0, p.Size());
     const NTSTATUS status = ZwQueryKey(hKey, KeyNameInformation, p, dwSize, &dwSize);
     if (status != 0) {
         TAVO_TRACE(TRACE_ERROR, "ERROR: %s = %lu", "ZwQueryKey(hKey, KeyNameInformation, p, dwSize, &dwSize)",

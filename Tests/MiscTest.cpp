@@ -163,12 +163,12 @@ namespace {
 
 int s_mallocs, s_frees;
 bool s_failMalloc;
-decltype(&malloc) s_realMalloc;
+decltype(&calloc) s_realCalloc;
 decltype(&free) s_realFree;
-void* __cdecl CountingMalloc(size_t cb)
+void* __cdecl CountingCalloc(size_t n, size_t cb)
 {
     ++s_mallocs;
-    if (!s_failMalloc) return s_realMalloc(cb);
+    if (!s_failMalloc) return s_realCalloc(n, cb);
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     return nullptr;
 }
@@ -248,9 +248,9 @@ TEST(StringFromHKEY, NativeNameOrTheFailedStepsLineAndAnEmptyResult)
         if (row.inject == kNoEntry) entry.emplace(Library(), "ZwQueryKey", nullptr);
         if (row.inject == kNoMemory || row.inject == kSecondRefused)
             entry.emplace(Library(), "ZwQueryKey", &RefusingSecondQuery);
-        ScopedImportPatch allocate(Library(), "msvcrt.dll", "malloc", &CountingMalloc);
+        ScopedImportPatch allocate(Library(), "msvcrt.dll", "calloc", &CountingCalloc);
         ScopedImportPatch release(Library(), "msvcrt.dll", "free", &CountingFree);
-        s_realMalloc = allocate.Original<decltype(&malloc)>();
+        s_realCalloc = allocate.Original<decltype(&calloc)>();
         s_realFree = release.Original<decltype(&free)>();
         s_failMalloc = row.inject == kNoMemory;
         s_mallocs = s_frees = 0;

@@ -8,7 +8,9 @@
 //                     GetTickCount, FakeGetTickCount);
 //
 // A patch that cannot be applied fails the current test with the names involved; nothing is
-// silently left unpatched.
+// silently left unpatched. A patch is seen by every call that reads the slot after it was made. An
+// optimised function reads a slot once, so a function that patches an import of its own module and
+// then calls that import must call it from a function of its own (__attribute__((noipa))).
 #ifndef TAVO_TESTS_IMPORT_PATCH_H
 #define TAVO_TESTS_IMPORT_PATCH_H
 
