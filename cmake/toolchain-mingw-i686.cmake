@@ -15,3 +15,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 # A consumer's find_package(TavoCommon) searches its CMAKE_PREFIX_PATH outside the root too.
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
+
+# Release is -O2, not the compiler module's -O3 (the flags a build type starts from).
+set(CMAKE_USER_MAKE_RULES_OVERRIDE ${CMAKE_CURRENT_LIST_DIR}/TavoFlags.cmake)

@@ -50,3 +50,6 @@ set(CMAKE_SHARED_LINKER_FLAGS_INIT "-fuse-ld=lld-link -Qunused-arguments -nostdl
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+
+# Release is -O2, not the compiler module's -O3 (the flags a build type starts from).
+set(CMAKE_USER_MAKE_RULES_OVERRIDE ${CMAKE_CURRENT_LIST_DIR}/TavoFlags.cmake)
