@@ -12,6 +12,20 @@ function(tavo_shared_unwinder target)
   target_link_options(${target} PRIVATE -shared-libgcc -static-libstdc++)
 endfunction()
 
+# Crash dumps need symbols, the shipped DLL does not: TARGET is compiled with debug information,
+# which after the link moves to TARGET_FILE.debug beside it, tied to the stripped DLL by
+# .gnu_debuglink (where gdb and other debuggers look for it). The code is the same with or without
+# -g, so the tests run the very bytes that ship.
+function(tavo_split_debug_info target)
+  target_compile_options(${target} PRIVATE -g)
+  add_custom_command(TARGET ${target} POST_BUILD
+                     COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> $<TARGET_FILE:${target}>.debug
+                     COMMAND ${CMAKE_OBJCOPY} --strip-all --add-gnu-debuglink=$<TARGET_FILE_NAME:${target}>.debug
+                             $<TARGET_FILE:${target}>
+                     WORKING_DIRECTORY $<TARGET_FILE_DIR:${target}>
+                     VERBATIM)
+endfunction()
+
 # Modules that no exception crosses carry their whole runtime inside.
 function(tavo_static_runtime target)
   target_link_options(${target} PRIVATE -static-libgcc -static-libstdc++ -static)
