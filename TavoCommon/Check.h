@@ -10,6 +10,9 @@
 //   VERIFY_HRESULT(expr) negative              "%s - %#08lx" (TRACE_VERIFY_HR)
 //
 // The WIN32 forms read the last error right after the expression, before the channel can touch it.
+// The _AS twins report another text than the expression's own spelling: the text the lines have
+// always shown where it spells a platform macro out (LOCALE_USER_DEFAULT as its expansion), while
+// the code keeps the platform's names.
 #ifndef TAVO_CHECK_H
 #define TAVO_CHECK_H
 
@@ -28,6 +31,9 @@ inline HRESULT HResultFromWin32(DWORD dwError)
 
 // A failed call must never read as success: a last error of 0 stands for ERROR_GEN_FAILURE.
 inline DWORD ReportedError(DWORD dwError) { return dwError ? dwError : ERROR_GEN_FAILURE; }
+
+// The HRESULT of the call that just failed, for a BOOL call reported as an HRESULT check.
+inline HRESULT HResultFromLastError() { return HResultFromWin32(ReportedError(::GetLastError())); }
 
 namespace Check {
 
@@ -60,18 +66,18 @@ void VerifyHResultFailed(const char* szFile, const char* szFunction, int nLine, 
         if (tavoString_[0] == 0) return ::Tavo::Check::EmptyString(TAVO_SITE, #sz); \
     } while (0)
 
-#define CHECK_WIN32(expr)                                                        \
+#define CHECK_WIN32_AS(expr, text)                                               \
     do {                                                                         \
         if (!(expr)) {                                                           \
             const DWORD tavoError_ = ::GetLastError();                           \
-            return ::Tavo::Check::Win32Failed(TAVO_SITE, #expr, tavoError_);     \
+            return ::Tavo::Check::Win32Failed(TAVO_SITE, text, tavoError_);      \
         }                                                                        \
     } while (0)
 
-#define CHECK_HRESULT(expr)                                                      \
+#define CHECK_HRESULT_AS(expr, text)                                             \
     do {                                                                         \
         const HRESULT tavoHr_ = (expr);                                          \
-        if (FAILED(tavoHr_)) return ::Tavo::Check::HResultFailed(TAVO_SITE, #expr, tavoHr_); \
+        if (FAILED(tavoHr_)) return ::Tavo::Check::HResultFailed(TAVO_SITE, text, tavoHr_); \
     } while (0)
 
 #define VERIFY_WIN32(expr)                                                       \
@@ -82,11 +88,15 @@ void VerifyHResultFailed(const char* szFile, const char* szFunction, int nLine, 
         }                                                                        \
     } while (0)
 
-#define VERIFY_HRESULT(expr)                                                     \
+#define VERIFY_HRESULT_AS(expr, text)                                            \
     do {                                                                         \
         const HRESULT tavoHr_ = (expr);                                          \
-        if (FAILED(tavoHr_)) ::Tavo::Check::VerifyHResultFailed(TAVO_SITE, #expr, tavoHr_); \
+        if (FAILED(tavoHr_)) ::Tavo::Check::VerifyHResultFailed(TAVO_SITE, text, tavoHr_); \
     } while (0)
+
+#define CHECK_WIN32(expr) CHECK_WIN32_AS(expr, #expr)
+#define CHECK_HRESULT(expr) CHECK_HRESULT_AS(expr, #expr)
+#define VERIFY_HRESULT(expr) VERIFY_HRESULT_AS(expr, #expr)
 
 // VERIFY_HRESULT that also hands the result on: a value form reports its buffer form's failure and
 // then decides by the result what to return.

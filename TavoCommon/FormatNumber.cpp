@@ -5,19 +5,63 @@
 #include "TavoCommon.h"
 
 #include <stdlib.h>
-#include <string.h>
 #include <wchar.h>
-
 
 namespace Tavo {
 namespace {
 
-// The element count of an array as a constant expression; the reports spell the size argument as
-// the platform's _countof expands, so the core writes it out the same way.
-template <typename T, size_t N> char (*__countof_helper(T (&)[N]))[N];
+// The lines spell LOCALE_USER_DEFAULT, the item numbers and _countof as the platform's headers expand
+// them: the texts the channel has always shown for these calls.
+#define TAVO_USER_LOCALE_CALL(AW)                                                                      \
+    "::GetLocaleInfo" AW "((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) " \
+    "<< 10) | (WORD )(0x00))))))))), "
+#define TAVO_NUMBER_TEXTS(AW, LPTSTR)                                                                    \
+    {TAVO_USER_LOCALE_CALL(AW) "0x00000012 | 0x20000000, (" LPTSTR ")&fmt.LeadingZero, sizeof(fmt.LeadingZero))", \
+     TAVO_USER_LOCALE_CALL(AW) "0x00001010 | 0x20000000, (" LPTSTR ")&fmt.NegativeOrder, "                      \
+                               "sizeof(fmt.NegativeOrder))",                                                   \
+     TAVO_USER_LOCALE_CALL(AW) "0x0000000E, szDecimalSep, sizeof(*__countof_helper(szDecimalSep)))",          \
+     TAVO_USER_LOCALE_CALL(AW) "0x0000000F, szThousandSep, sizeof(*__countof_helper(szThousandSep)))",        \
+     TAVO_USER_LOCALE_CALL(AW) "0x00000010, strGrouping.GetBuffer(32), 32)",                                 \
+     "::GetNumberFormat" AW "(LOCALE_USER_DEFAULT, 0, szNumber, &fmt, szBuffer, cchBufferMax)",              \
+     "Tavo::FormatNumber" AW "(szNumber, strNumber.GetBuffer(128), 128)"}
 
-unsigned long ReadUnsigned(const wchar_t* sz) { return wcstoul(sz, nullptr, 10); }
-unsigned long ReadUnsigned(const char* sz) { return strtoul(sz, nullptr, 10); }
+enum { kLeadingZero, kNegativeOrder, kDecimalSep, kThousandSep, kGrouping, kFormat, kValueForm };
+
+// The two widths differ in the platform calls, the literals and the texts of their lines.
+template <typename XCHAR> struct TNumber;
+
+template <> struct TNumber<wchar_t> {
+    typedef NUMBERFMTW Format;
+    static constexpr const char* kFunction = "Tavo::FormatNumberW";
+    static constexpr const char* kTexts[] = TAVO_NUMBER_TEXTS("W", "LPWSTR");
+    static constexpr const wchar_t* kSigned = L"%I64d";
+    static constexpr const wchar_t* kUnsigned = L"%I64u";
+    static constexpr const wchar_t* kPrecision = L"%%.%huf";
+    static int LocaleInfo(LCTYPE type, wchar_t* sz, int cch) { return ::GetLocaleInfoW(LOCALE_USER_DEFAULT, type, sz, cch); }
+    static int NumberFormat(const wchar_t* szNumber, const Format* pFormat, wchar_t* szBuffer, int cch)
+    {
+        return ::GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szNumber, pFormat, szBuffer, cch);
+    }
+    static unsigned long ReadUnsigned(const wchar_t* sz) { return wcstoul(sz, nullptr, 10); }
+};
+
+template <> struct TNumber<char> {
+    typedef NUMBERFMTA Format;
+    static constexpr const char* kFunction = "Tavo::FormatNumberA";
+    static constexpr const char* kTexts[] = TAVO_NUMBER_TEXTS("A", "LPSTR");
+    static constexpr const char* kSigned = "%I64d";
+    static constexpr const char* kUnsigned = "%I64u";
+    static constexpr const char* kPrecision = "%%.%huf";
+    static int LocaleInfo(LCTYPE type, char* sz, int cch) { return ::GetLocaleInfoA(LOCALE_USER_DEFAULT, type, sz, cch); }
+    static int NumberFormat(const char* szNumber, const Format* pFormat, char* szBuffer, int cch)
+    {
+        return ::GetNumberFormatA(LOCALE_USER_DEFAULT, 0, szNumber, pFormat, szBuffer, cch);
+    }
+    static unsigned long ReadUnsigned(const char* sz) { return strtoul(sz, nullptr, 10); }
+};
+
+#undef TAVO_NUMBER_TEXTS
+#undef TAVO_USER_LOCALE_CALL
 
 // "3;2;0" as the locale writes it to 32 as NUMBERFMT wants it: a closing 0 there means "repeat the
 // last group", while a last digit other than 0 here means just that.
@@ -32,7 +76,7 @@ UINT GroupingOf(CStringT<XCHAR>& strGrouping)
         strGrouping.Truncate(nLength - 1);
     else
         strGrouping += static_cast<XCHAR>('0');
-    return ReadUnsigned(strGrouping.GetString());
+    return TNumber<XCHAR>::ReadUnsigned(strGrouping.GetString());
 }
 
 template <typename XCHAR>
@@ -45,175 +89,133 @@ UINT DigitsBehindPoint(const XCHAR* szNumber)
     return 0;
 }
 
+// The plain digit strings the core formats.
+template <typename XCHAR>
+CStringT<XCHAR> Digits(__int64 n)
+{
+    CStringT<XCHAR> str;
+    str.Format(TNumber<XCHAR>::kSigned, n);
+    return str;
+}
+
+template <typename XCHAR>
+CStringT<XCHAR> Digits(unsigned __int64 n)
+{
+    CStringT<XCHAR> str;
+    str.Format(TNumber<XCHAR>::kUnsigned, n);
+    return str;
+}
+
 // The run-time prints its own locale's point; the platform's formatter takes only ".".
 template <typename XCHAR>
-CStringT<XCHAR> PutPoint(CStringT<XCHAR> str, unsigned short nPrecision)
+CStringT<XCHAR> Digits(double d, unsigned short nPrecision)
 {
+    CStringT<XCHAR> strFormat, str;
+    strFormat.Format(TNumber<XCHAR>::kPrecision, nPrecision);
+    str.Format(strFormat, d);
     const int nLength = str.GetLength();
     if (nPrecision > 0 && nLength >= nPrecision + 1) str.SetAt(nLength - nPrecision - 1, '.');
     return str;
 }
 
-CStringW DigitsW(__int64 n) { return FormatStringW(L"%I64d", n); }
-CStringW DigitsW(unsigned __int64 n) { return FormatStringW(L"%I64u", n); }
-CStringW DigitsW(double d, unsigned short nPrecision)
-{
-    return PutPoint(FormatStringW(FormatStringW(L"%%.%huf", nPrecision), d), nPrecision);
-}
-CStringA DigitsA(__int64 n) { return FormatStringA("%I64d", n); }
-CStringA DigitsA(unsigned __int64 n) { return FormatStringA("%I64u", n); }
-CStringA DigitsA(double d, unsigned short nPrecision)
-{
-    return PutPoint(FormatStringA(FormatStringA("%%.%huf", nPrecision), d), nPrecision);
-}
-
-} // namespace
-
 // ---- The core: a digit string in the user's form ------------------------------------------------
 
-static long FormatNumberW(const wchar_t* szNumber, wchar_t* szBuffer, int cchBufferMax)
+template <typename XCHAR>
+long FormatDigits(const XCHAR* szNumber, XCHAR* szBuffer, int cchBufferMax)
 {
-    TAVO_FUNCTION("Tavo::FormatNumberW");
-    NUMBERFMTW fmt = {};
-    wchar_t szDecimalSep[8] = {};
-    wchar_t szThousandSep[8] = {};
-    CStringW strGrouping;
+    typedef TNumber<XCHAR> T;
+    TAVO_FUNCTION(T::kFunction);
+    typename T::Format fmt = {};
+    XCHAR szDecimalSep[8] = {};
+    XCHAR szThousandSep[8] = {};
+    CStringT<XCHAR> strGrouping;
     fmt.NumDigits = DigitsBehindPoint(szNumber);
-    CHECK_WIN32(::GetLocaleInfoW((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x00000012 | 0x20000000, (LPWSTR)&fmt.LeadingZero, sizeof(fmt.LeadingZero)));
-    CHECK_WIN32(::GetLocaleInfoW((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x00001010 | 0x20000000, (LPWSTR)&fmt.NegativeOrder, sizeof(fmt.NegativeOrder)));
-    CHECK_WIN32(::GetLocaleInfoW((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x0000000E, szDecimalSep, sizeof(*__countof_helper(szDecimalSep))));
-    CHECK_WIN32(::GetLocaleInfoW((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x0000000F, szThousandSep, sizeof(*__countof_helper(szThousandSep))));
-    CHECK_WIN32(::GetLocaleInfoW((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x00000010, strGrouping.GetBuffer(32), 32));
+    CHECK_WIN32_AS(T::LocaleInfo(LOCALE_ILZERO | LOCALE_RETURN_NUMBER, reinterpret_cast<XCHAR*>(&fmt.LeadingZero),
+                                 sizeof(fmt.LeadingZero)),
+                   T::kTexts[kLeadingZero]);
+    CHECK_WIN32_AS(T::LocaleInfo(LOCALE_INEGNUMBER | LOCALE_RETURN_NUMBER, reinterpret_cast<XCHAR*>(&fmt.NegativeOrder),
+                                 sizeof(fmt.NegativeOrder)),
+                   T::kTexts[kNegativeOrder]);
+    CHECK_WIN32_AS(T::LocaleInfo(LOCALE_SDECIMAL, szDecimalSep, _countof(szDecimalSep)), T::kTexts[kDecimalSep]);
+    CHECK_WIN32_AS(T::LocaleInfo(LOCALE_STHOUSAND, szThousandSep, _countof(szThousandSep)), T::kTexts[kThousandSep]);
+    CHECK_WIN32_AS(T::LocaleInfo(LOCALE_SGROUPING, strGrouping.GetBuffer(32), 32), T::kTexts[kGrouping]);
     strGrouping.ReleaseBuffer();
     fmt.Grouping = GroupingOf(strGrouping);
     fmt.lpDecimalSep = szDecimalSep;
     fmt.lpThousandSep = szThousandSep;
-    CHECK_WIN32(::GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szNumber, &fmt, szBuffer, cchBufferMax));
-    return S_OK;
-}
-
-static long FormatNumberA(const char* szNumber, char* szBuffer, int cchBufferMax)
-{
-    TAVO_FUNCTION("Tavo::FormatNumberA");
-    NUMBERFMTA fmt = {};
-    char szDecimalSep[8] = {};
-    char szThousandSep[8] = {};
-    CStringA strGrouping;
-    fmt.NumDigits = DigitsBehindPoint(szNumber);
-    CHECK_WIN32(::GetLocaleInfoA((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x00000012 | 0x20000000, (LPSTR)&fmt.LeadingZero, sizeof(fmt.LeadingZero)));
-    CHECK_WIN32(::GetLocaleInfoA((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x00001010 | 0x20000000, (LPSTR)&fmt.NegativeOrder, sizeof(fmt.NegativeOrder)));
-    CHECK_WIN32(::GetLocaleInfoA((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x0000000E, szDecimalSep, sizeof(*__countof_helper(szDecimalSep))));
-    CHECK_WIN32(::GetLocaleInfoA((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x0000000F, szThousandSep, sizeof(*__countof_helper(szThousandSep))));
-    CHECK_WIN32(::GetLocaleInfoA((((DWORD)((((DWORD)((WORD )(0x0))) << 16) | ((DWORD)((WORD )((((((WORD )(0x01)) << 10) | (WORD )(0x00))))))))), 0x00000010, strGrouping.GetBuffer(32), 32));
-    strGrouping.ReleaseBuffer();
-    fmt.Grouping = GroupingOf(strGrouping);
-    fmt.lpDecimalSep = szDecimalSep;
-    fmt.lpThousandSep = szThousandSep;
-    CHECK_WIN32(::GetNumberFormatA(LOCALE_USER_DEFAULT, 0, szNumber, &fmt, szBuffer, cchBufferMax));
+    CHECK_WIN32_AS(T::NumberFormat(szNumber, &fmt, szBuffer, cchBufferMax), T::kTexts[kFormat]);
     return S_OK;
 }
 
 // The formatter may leave its output unterminated when it refuses, so a failure empties the result.
-static CStringW FormatNumberW(const wchar_t* szNumber)
+template <typename XCHAR>
+CStringT<XCHAR> FormatDigits(const CStringT<XCHAR>& strDigits)
 {
-    TAVO_FUNCTION("Tavo::FormatNumberW");
-    CStringW strNumber;
-    HRESULT hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatNumberW(szNumber, strNumber.GetBuffer(128), 128));
+    typedef TNumber<XCHAR> T;
+    TAVO_FUNCTION(T::kFunction);
+    CStringT<XCHAR> strNumber;
+    const HRESULT hr = FormatDigits(strDigits.GetString(), strNumber.GetBuffer(128), 128);
+    VERIFY_HRESULT_AS(hr, T::kTexts[kValueForm]);
     strNumber.ReleaseBuffer(SUCCEEDED(hr) ? -1 : 0);
     return strNumber;
 }
 
-static CStringA FormatNumberA(const char* szNumber)
-{
-    TAVO_FUNCTION("Tavo::FormatNumberA");
-    CStringA strNumber;
-    HRESULT hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatNumberA(szNumber, strNumber.GetBuffer(128), 128));
-    strNumber.ReleaseBuffer(SUCCEEDED(hr) ? -1 : 0);
-    return strNumber;
-}
+} // namespace
 
-// ---- The family ------------------------------------------------------------------------------
+// ---- The family: every member prints its digits and formats them -----------------------------
 
-CStringW FormatNumberW(int n) { return Tavo::FormatNumberW(DigitsW(static_cast<__int64>(n))); }
-CStringW FormatNumberW(unsigned int n) { return Tavo::FormatNumberW(DigitsW(static_cast<unsigned __int64>(n))); }
-CStringW FormatNumberW(unsigned long n) { return Tavo::FormatNumberW(DigitsW(static_cast<unsigned __int64>(n))); }
-CStringW FormatNumberW(__int64 n) { return Tavo::FormatNumberW(DigitsW(n)); }
-CStringW FormatNumberW(unsigned __int64 n) { return Tavo::FormatNumberW(DigitsW(n)); }
-CStringW FormatNumberW(double d, unsigned short nPrecision) { return Tavo::FormatNumberW(DigitsW(d, nPrecision)); }
-CStringW FormatNumberW(float f, unsigned short nPrecision)
-{
-    return Tavo::FormatNumberW(DigitsW(static_cast<double>(f), nPrecision));
-}
+#define TAVO_NUMBER_MEMBERS(XCHAR, AW)                                                                 \
+    CStringT<XCHAR> FormatNumber##AW(int n) { return FormatDigits(Digits<XCHAR>(static_cast<__int64>(n))); } \
+    CStringT<XCHAR> FormatNumber##AW(unsigned int n)                                                   \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(static_cast<unsigned __int64>(n)));                          \
+    }                                                                                                  \
+    CStringT<XCHAR> FormatNumber##AW(unsigned long n)                                                  \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(static_cast<unsigned __int64>(n)));                          \
+    }                                                                                                  \
+    CStringT<XCHAR> FormatNumber##AW(__int64 n) { return FormatDigits(Digits<XCHAR>(n)); }              \
+    CStringT<XCHAR> FormatNumber##AW(unsigned __int64 n) { return FormatDigits(Digits<XCHAR>(n)); }     \
+    CStringT<XCHAR> FormatNumber##AW(double d, unsigned short nPrecision)                              \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(d, nPrecision));                                             \
+    }                                                                                                  \
+    CStringT<XCHAR> FormatNumber##AW(float f, unsigned short nPrecision)                               \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(static_cast<double>(f), nPrecision));                        \
+    }                                                                                                  \
+    long FormatNumber##AW(int n, XCHAR* szBuffer, int cchBufferMax)                                    \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(static_cast<__int64>(n)).GetString(), szBuffer, cchBufferMax); \
+    }                                                                                                  \
+    long FormatNumber##AW(unsigned int n, XCHAR* szBuffer, int cchBufferMax)                           \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(static_cast<unsigned __int64>(n)).GetString(), szBuffer, cchBufferMax); \
+    }                                                                                                  \
+    long FormatNumber##AW(unsigned long n, XCHAR* szBuffer, int cchBufferMax)                          \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(static_cast<unsigned __int64>(n)).GetString(), szBuffer, cchBufferMax); \
+    }                                                                                                  \
+    long FormatNumber##AW(__int64 n, XCHAR* szBuffer, int cchBufferMax)                                \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(n).GetString(), szBuffer, cchBufferMax);                     \
+    }                                                                                                  \
+    long FormatNumber##AW(unsigned __int64 n, XCHAR* szBuffer, int cchBufferMax)                       \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(n).GetString(), szBuffer, cchBufferMax);                     \
+    }                                                                                                  \
+    long FormatNumber##AW(double d, XCHAR* szBuffer, int cchBufferMax, unsigned short nPrecision)      \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(d, nPrecision).GetString(), szBuffer, cchBufferMax);         \
+    }                                                                                                  \
+    long FormatNumber##AW(float f, XCHAR* szBuffer, int cchBufferMax, unsigned short nPrecision)       \
+    {                                                                                                  \
+        return FormatDigits(Digits<XCHAR>(static_cast<double>(f), nPrecision).GetString(), szBuffer, cchBufferMax); \
+    }
 
-CStringA FormatNumberA(int n) { return Tavo::FormatNumberA(DigitsA(static_cast<__int64>(n))); }
-CStringA FormatNumberA(unsigned int n) { return Tavo::FormatNumberA(DigitsA(static_cast<unsigned __int64>(n))); }
-CStringA FormatNumberA(unsigned long n) { return Tavo::FormatNumberA(DigitsA(static_cast<unsigned __int64>(n))); }
-CStringA FormatNumberA(__int64 n) { return Tavo::FormatNumberA(DigitsA(n)); }
-CStringA FormatNumberA(unsigned __int64 n) { return Tavo::FormatNumberA(DigitsA(n)); }
-CStringA FormatNumberA(double d, unsigned short nPrecision) { return Tavo::FormatNumberA(DigitsA(d, nPrecision)); }
-CStringA FormatNumberA(float f, unsigned short nPrecision)
-{
-    return Tavo::FormatNumberA(DigitsA(static_cast<double>(f), nPrecision));
-}
+TAVO_NUMBER_MEMBERS(wchar_t, W)
+TAVO_NUMBER_MEMBERS(char, A)
 
-long FormatNumberW(int n, wchar_t* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberW(DigitsW(static_cast<__int64>(n)), szBuffer, cchBufferMax);
-}
-long FormatNumberW(unsigned int n, wchar_t* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberW(DigitsW(static_cast<unsigned __int64>(n)), szBuffer, cchBufferMax);
-}
-long FormatNumberW(unsigned long n, wchar_t* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberW(DigitsW(static_cast<unsigned __int64>(n)), szBuffer, cchBufferMax);
-}
-long FormatNumberW(__int64 n, wchar_t* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberW(DigitsW(n), szBuffer, cchBufferMax);
-}
-long FormatNumberW(unsigned __int64 n, wchar_t* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberW(DigitsW(n), szBuffer, cchBufferMax);
-}
-long FormatNumberW(double d, wchar_t* szBuffer, int cchBufferMax, unsigned short nPrecision)
-{
-    return Tavo::FormatNumberW(DigitsW(d, nPrecision), szBuffer, cchBufferMax);
-}
-long FormatNumberW(float f, wchar_t* szBuffer, int cchBufferMax, unsigned short nPrecision)
-{
-    return Tavo::FormatNumberW(DigitsW(static_cast<double>(f), nPrecision), szBuffer, cchBufferMax);
-}
-
-long FormatNumberA(int n, char* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberA(DigitsA(static_cast<__int64>(n)), szBuffer, cchBufferMax);
-}
-long FormatNumberA(unsigned int n, char* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberA(DigitsA(static_cast<unsigned __int64>(n)), szBuffer, cchBufferMax);
-}
-long FormatNumberA(unsigned long n, char* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberA(DigitsA(static_cast<unsigned __int64>(n)), szBuffer, cchBufferMax);
-}
-long FormatNumberA(__int64 n, char* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberA(DigitsA(n), szBuffer, cchBufferMax);
-}
-long FormatNumberA(unsigned __int64 n, char* szBuffer, int cchBufferMax)
-{
-    return Tavo::FormatNumberA(DigitsA(n), szBuffer, cchBufferMax);
-}
-long FormatNumberA(double d, char* szBuffer, int cchBufferMax, unsigned short nPrecision)
-{
-    return Tavo::FormatNumberA(DigitsA(d, nPrecision), szBuffer, cchBufferMax);
-}
-long FormatNumberA(float f, char* szBuffer, int cchBufferMax, unsigned short nPrecision)
-{
-    return Tavo::FormatNumberA(DigitsA(static_cast<double>(f), nPrecision), szBuffer, cchBufferMax);
-}
+#undef TAVO_NUMBER_MEMBERS
 
 } // namespace Tavo

@@ -4,6 +4,7 @@
 #include "TavoCommon.h"
 
 #include <objbase.h>
+#include <ntstatus.h>
 
 #include <mbstring.h>
 #include <stdlib.h>
@@ -57,7 +58,8 @@ long StringFromHKEYW(HKEY hKey, CStringW& strOutput)
 #pragma GCC diagnostic pop
     ULONG dwSize = 0;
     // The native call leaves the last error alone: the HRESULT is whatever the thread had.
-    CHECK_WIN32(((NTSTATUS)0xC0000023L) == ZwQueryKey(hKey, KeyNameInformation, 0, 0, &dwSize));
+    CHECK_WIN32_AS(STATUS_BUFFER_TOO_SMALL == ZwQueryKey(hKey, KeyNameInformation, 0, 0, &dwSize),
+                   "((NTSTATUS)0xC0000023L) == ZwQueryKey(hKey, KeyNameInformation, 0, 0, &dwSize)");
     dwSize += sizeof(wchar_t);
     CRuntimeBlock p;
     CHECK_WIN32(p.AllocateBytes(dwSize));

@@ -10,6 +10,13 @@
 namespace Tavo {
 namespace {
 
+// The directory test of a created chain, as its line reads it, except that a path that cannot be
+// reached (INVALID_FILE_ATTRIBUTES, every bit set) fails it too.
+bool IsDirectory(DWORD dwAttributes)
+{
+    return dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 // The lead bytes of CP_THREAD_ACP, asked once per operation.
 class CLeadBytes {
 public:
@@ -116,13 +123,8 @@ HRESULT _CreateDirectory(const CStringW& strDirectory)
         if (::GetFileAttributesW(strPath) == INVALID_FILE_ATTRIBUTES) CHECK_WIN32(::CreateDirectoryW(strPath, 0));
     }
 
-    // Written out instead of CHECK_WIN32: a path that cannot be reached gives INVALID_FILE_ATTRIBUTES,
-    // whose every bit is set, and must fail this test too. The line shows the test as it reads.
-    const DWORD dwAttributes = ::GetFileAttributesW(strDirectory);
-    if (dwAttributes == INVALID_FILE_ATTRIBUTES || !(dwAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        const DWORD dwError = ::GetLastError();
-        return Check::Win32Failed(TAVO_SITE, "0x00000010 == (0x00000010 & ::GetFileAttributesW(strDirectory))", dwError);
-    }
+    CHECK_WIN32_AS(IsDirectory(::GetFileAttributesW(strDirectory)),
+                   "0x00000010 == (0x00000010 & ::GetFileAttributesW(strDirectory))");
     return S_OK;
 }
 

@@ -67,14 +67,6 @@ private:
     HRESULT m_hr;
 };
 
-// CHECK_HRESULT under the text the lines have always shown for a creation: the class and interface
-// identifiers are this file's constants, not the compiler's __uuidof.
-#define CHECK_HRESULT_AS(text, expr)                                                        \
-    do {                                                                                    \
-        const HRESULT hrStep_ = (expr);                                                     \
-        if (FAILED(hrStep_)) return ::Tavo::Check::HResultFailed(TAVO_SITE, text, hrStep_); \
-    } while (0)
-
 TCachedString<wchar_t> s_platformW;
 TCachedString<char> s_platformA;
 
@@ -91,18 +83,18 @@ HRESULT _QueryWMI(const wchar_t* szQuery, const wchar_t* szItem, CStringW& strVa
                            EOAC_NONE, NULL);
 
     TComPtr<IWbemLocator> pWbemLocator;
-    CHECK_HRESULT_AS("::CoCreateInstance(__uuidof(WbemLocator), 0, CLSCTX_INPROC_SERVER, __uuidof(IWbemLocator), "
-                     "(LPVOID*)&pWbemLocator)",
-                     ::CoCreateInstance(kClsidWbemLocator, 0, CLSCTX_INPROC_SERVER, kIidWbemLocator,
-                                        reinterpret_cast<LPVOID*>(&pWbemLocator)));
+    CHECK_HRESULT_AS(::CoCreateInstance(kClsidWbemLocator, 0, CLSCTX_INPROC_SERVER, kIidWbemLocator,
+                                        reinterpret_cast<LPVOID*>(&pWbemLocator)),
+                     "::CoCreateInstance(__uuidof(WbemLocator), 0, CLSCTX_INPROC_SERVER, __uuidof(IWbemLocator), "
+                     "(LPVOID*)&pWbemLocator)");
 
     TComPtr<IWbemContext> pWbemContext;
     CVariant vt;
     if (b64BitProvider) {
-        CHECK_HRESULT_AS("CoCreateInstance(__uuidof(WbemContext), NULL, CLSCTX_INPROC_SERVER, __uuidof(IWbemContext), "
-                         "(LPVOID*)&pWbemContext)",
-                         ::CoCreateInstance(kClsidWbemContext, NULL, CLSCTX_INPROC_SERVER, kIidWbemContext,
-                                            reinterpret_cast<LPVOID*>(&pWbemContext)));
+        CHECK_HRESULT_AS(::CoCreateInstance(kClsidWbemContext, NULL, CLSCTX_INPROC_SERVER, kIidWbemContext,
+                                            reinterpret_cast<LPVOID*>(&pWbemContext)),
+                         "CoCreateInstance(__uuidof(WbemContext), NULL, CLSCTX_INPROC_SERVER, __uuidof(IWbemContext), "
+                         "(LPVOID*)&pWbemContext)");
         vt.vt = VT_I4;
         vt.lVal = 64;
         CHECK_HRESULT(pWbemContext->SetValue(L"__ProviderArchitecture", 0, &vt));

@@ -54,11 +54,8 @@ long ExitWindowsEx(unsigned int uFlags, unsigned long dwReason)
             VERIFY_WIN32(AdjustTokenPrivileges(hToken, FALSE, &tp, 0, NULL, 0));
         }
     }
-    if (!::ExitWindowsEx(uFlags, dwReason)) {
-        const DWORD dwError = ::GetLastError();
-        return Check::HResultFailed(TAVO_SITE, "::ExitWindowsEx(uFlags, dwReason)",
-                                    HResultFromWin32(ReportedError(dwError)));
-    }
+    CHECK_HRESULT_AS(::ExitWindowsEx(uFlags, dwReason) ? S_OK : HResultFromLastError(),
+                     "::ExitWindowsEx(uFlags, dwReason)");
     return S_OK;
 }
 

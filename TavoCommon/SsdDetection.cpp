@@ -52,6 +52,16 @@ static_assert(sizeof(VOLUME_DISK_EXTENTS) == 32, "room for the count and one ext
 // Word 217 of IDENTIFY DEVICE: the nominal media rotation rate, 1 for a non-rotating medium.
 const int kRotationRateByte = 217 * 2;
 
+// A volume or a disk, opened for the queries. The line shows the call as the platform's headers
+// expand it.
+const char kOpenText[] =
+    "hDrive = CreateFileW(strDrive, (0x80000000L) | (0x40000000L), 0x00000001 | 0x00000002, &sa, 3, 0x00000080, 0)";
+HANDLE OpenDevice(const wchar_t* szDevice, SECURITY_ATTRIBUTES& sa)
+{
+    return ::CreateFileW(szDevice, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &sa, OPEN_EXISTING,
+                         FILE_ATTRIBUTE_NORMAL, 0);
+}
+
 } // namespace
 
 long IsDriveSSDW(wchar_t cDrive)
@@ -61,24 +71,20 @@ long IsDriveSSDW(wchar_t cDrive)
     SECURITY_ATTRIBUTES sa = {};
     sa.nLength = sizeof(sa);
     THandle<HANDLE, 0> hDrive;
-    CHECK_WIN32(hDrive = CreateFileW(strDrive, (0x80000000L) | (0x40000000L), 0x00000001 | 0x00000002, &sa, 3,
-                                     0x00000080, 0));
+    CHECK_WIN32_AS(hDrive = OpenDevice(strDrive, sa), kOpenText);
 
     VOLUME_DISK_EXTENTS vdeOutBuffer = {};
     DWORD dwBytesReturned = 0;
-    if (!::DeviceIoControl(hDrive, IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, NULL, 0, &vdeOutBuffer, sizeof(vdeOutBuffer),
-                           &dwBytesReturned, NULL)) {
-        const DWORD dwError = ::GetLastError();
-        return Check::HResultFailed(TAVO_SITE,
-                                    "DeviceIoControl(hDrive, IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, NULL, 0, &vdeOutBuffer, "
-                                    "sizeof(vdeOutBuffer), &dwBytesReturned, NULL)",
-                                    HResultFromWin32(ReportedError(dwError)));
-    }
+    CHECK_HRESULT_AS(::DeviceIoControl(hDrive, IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, NULL, 0, &vdeOutBuffer,
+                                       sizeof(vdeOutBuffer), &dwBytesReturned, NULL)
+                         ? S_OK
+                         : HResultFromLastError(),
+                     "DeviceIoControl(hDrive, IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, NULL, 0, &vdeOutBuffer, "
+                     "sizeof(vdeOutBuffer), &dwBytesReturned, NULL)");
 
     hDrive.Close();
     strDrive = FormatStringW(L"\\\\.\\physicaldrive%d", static_cast<int>(vdeOutBuffer.Extents[0].DiskNumber));
-    CHECK_WIN32(hDrive = CreateFileW(strDrive, (0x80000000L) | (0x40000000L), 0x00000001 | 0x00000002, &sa, 3,
-                                     0x00000080, 0));
+    CHECK_WIN32_AS(hDrive = OpenDevice(strDrive, sa), kOpenText);
 
     PropertyQuery query = {};
     query.PropertyId = kSeekPenaltyProperty;
