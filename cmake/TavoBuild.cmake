@@ -31,6 +31,18 @@ function(tavo_static_runtime target)
   target_link_options(${target} PRIVATE -static-libgcc -static-libstdc++ -static)
 endfunction()
 
+# A build of CorvDebug.dll, the sink the library loads by name: the real one or a test build. The
+# platform run-time's printf dialect (%ls is a wide string), not MinGW's emulation of C99.
+function(tavo_sink_settings target)
+  set_target_properties(${target} PROPERTIES PREFIX "")
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/Include)
+  target_compile_definitions(${target} PRIVATE CORVDEBUG_BUILDING __USE_MINGW_ANSI_STDIO=0
+                                               WIN32_LEAN_AND_MEAN)
+  # Exports are the marked entries only, whatever the static run-time brings along.
+  target_link_options(${target} PRIVATE -Wl,--exclude-all-symbols)
+  tavo_warnings(${target})
+endfunction()
+
 # The two runtime DLLs that TavoCommon.dll and its callers import.
 set(TAVO_RUNTIME_DLLS "")
 foreach(dll libgcc_s_dw2-1.dll libwinpthread-1.dll)

@@ -1,3 +1,4 @@
+// The bounded copy and print, both widths over one template each.
 #include "StrSafe.h"
 
 #include <stdio.h>

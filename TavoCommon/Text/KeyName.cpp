@@ -1,15 +1,10 @@
-// Small string utilities without a family of their own: tokens, GUID text, registry key names.
-#include "Argument.h"
+// The full name of an open registry key, as the native layer reports it: the only way from a handle
+// back to its name. The entry is looked up at every call, nothing about ntdll kept.
 #include "Check.h"
 #include "TavoCommon.h"
 
-#include <objbase.h>
 #include <ntstatus.h>
-
-#include <mbstring.h>
 #include <stdlib.h>
-#include <string.h>
-#include <wchar.h>
 
 namespace Tavo {
 namespace {
@@ -85,85 +80,6 @@ long StringFromHKEYW(HKEY hKey, CStringW& strOutput)
 }
 
 } // namespace
-
-// Both twins run the same steps; the set is searched with the run-time's multi-byte routines so that
-// a trail byte equal to a delimiter does not split its character.
-long SplitString(const char* szString, const char* szDelimiters, CAtlArray<CStringA>& aTokens)
-{
-    TAVO_FUNCTION("Tavo::SplitString");
-    if (!szString || !szDelimiters || !*szDelimiters) CHECK_HRESULT(E_INVALIDARG);
-    const CStringA str(szString);
-    const unsigned char* pch = reinterpret_cast<const unsigned char*>(str.GetString());
-    const unsigned char* pchDelimiters = reinterpret_cast<const unsigned char*>(szDelimiters);
-    for (;;) {
-        pch += _mbsspn(pch, pchDelimiters);
-        if (!*pch) break;
-        const size_t cch = _mbscspn(pch, pchDelimiters);
-        aTokens.Add(CStringA(reinterpret_cast<const char*>(pch), static_cast<int>(cch)));
-        pch += cch;
-    }
-    return S_OK;
-}
-
-long SplitString(const char* szString, char cDelimiter, CAtlArray<CStringA>& aTokens)
-{
-    return SplitString(szString, FormatStringA("%c", cDelimiter).GetString(), aTokens);
-}
-
-long SplitString(const wchar_t* szString, const wchar_t* szDelimiters, CAtlArray<CStringW>& aTokens)
-{
-    TAVO_FUNCTION("Tavo::SplitString");
-    if (!szString || !szDelimiters || !*szDelimiters) CHECK_HRESULT(E_INVALIDARG);
-    const CStringW str(szString);
-    const wchar_t* pch = str.GetString();
-    for (;;) {
-        pch += wcsspn(pch, szDelimiters);
-        if (!*pch) break;
-        const size_t cch = wcscspn(pch, szDelimiters);
-        aTokens.Add(CStringW(pch, static_cast<int>(cch)));
-        pch += cch;
-    }
-    return S_OK;
-}
-
-long SplitString(const wchar_t* szString, wchar_t cDelimiter, CAtlArray<CStringW>& aTokens)
-{
-    return SplitString(szString, FormatStringW(L"%c", cDelimiter).GetString(), aTokens);
-}
-
-CStringW StringFromGuidW(const GUID& guid)
-{
-    wchar_t szGuid[64] = {};
-    ::StringFromGUID2(guid, szGuid, 64);
-    return CStringW(szGuid);
-}
-
-CStringA StringFromGuidA(const GUID& guid)
-{
-    return CStringA(StringFromGuidW(guid).GetString());
-}
-
-// Only the first character is looked at: the platform parses braced text alone, and a text without
-// its opening brace is given one.
-GUID GuidFromString(const wchar_t* szGuid)
-{
-    TAVO_FUNCTION("Tavo::GuidFromString");
-    GUID guid = {};
-    if (!szGuid || !*szGuid) {
-        TAVO_TRACE(TRACE_ERROR, "Invalid NULL or empty string argument: szGuid");
-        return guid;
-    }
-    CStringW strGuid(szGuid);
-    if (szGuid[0] != L'{') strGuid = FormatStringW(L"{%s}", szGuid);
-    VERIFY_HRESULT(CLSIDFromString(strGuid, &guid));
-    return guid;
-}
-
-GUID GuidFromString(const char* szGuid)
-{
-    TAVO_WIDE_ARGUMENT(wszGuid, szGuid);
-    return GuidFromString(static_cast<const wchar_t*>(wszGuid));
-}
 
 CStringW StringFromHKEYW(HKEY hKey)
 {

@@ -1,3 +1,5 @@
+// The one reporting function behind every check form: the line each form sends and the HRESULT it
+// returns.
 #include "Check.h"
 
 namespace Tavo {

@@ -31,12 +31,12 @@ std::vector<std::string> Tokens(const Tavo::CAtlArray<T>& a)
     return v;
 }
 
-// "level|function|format|text" of every recorded line, in order; all must come from Misc.cpp.
-std::vector<std::string> Lines()
+// "level|function|format|text" of every recorded line, in order; all must come from `file`.
+std::vector<std::string> Lines(const char* file)
 {
     std::vector<std::string> lines;
     for (const tavo::test::RecordedLine& l : tavo::test::RecordedLines()) {
-        EXPECT_EQ("Misc.cpp", l.file);
+        EXPECT_EQ(file, l.file);
         lines.push_back(std::to_string(l.level) + "|" + l.function + "|" + l.format + "|" + l.text);
     }
     return lines;
@@ -82,7 +82,7 @@ TEST(SplitString, AppendsTheTokensBetweenRunsOfAnyDelimiter)
         }
         EXPECT_EQ(row.after, Tokens(narrow));
         EXPECT_EQ(row.after, Tokens(wide));
-        EXPECT_EQ((FAILED(row.hr) ? std::vector<std::string>{refused, refused} : std::vector<std::string>()), Lines());
+        EXPECT_EQ((FAILED(row.hr) ? std::vector<std::string>{refused, refused} : std::vector<std::string>()), Lines("Tokens.cpp"));
     }
     Tavo::CAtlArray<CStringA> narrow;
     Tavo::CAtlArray<CStringW> wide;
@@ -155,7 +155,7 @@ TEST(Guid, TextRoundTripsAndParsesWithOrWithoutBraces)
         EXPECT_TRUE(IsEqualGUID(expected, Tavo::GuidFromString(row.text)));
         EXPECT_TRUE(IsEqualGUID(expected, Tavo::GuidFromString(row.text ? strWide.GetString() : nullptr)));
         EXPECT_EQ(row.text && *row.text ? 2 : 0, s_parses);
-        EXPECT_EQ((row.line.empty() ? std::vector<std::string>() : std::vector<std::string>{row.line, row.line}), Lines());
+        EXPECT_EQ((row.line.empty() ? std::vector<std::string>() : std::vector<std::string>{row.line, row.line}), Lines("GuidText.cpp"));
     }
 }
 
@@ -261,7 +261,7 @@ TEST(StringFromHKEY, NativeNameOrTheFailedStepsLineAndAnEmptyResult)
         EXPECT_EQ(row.mallocs, s_mallocs);
         EXPECT_EQ(s_failMalloc ? 0 : row.mallocs, s_frees);
         EXPECT_EQ(row.inject == kSecondRefused ? 12u : 0u, s_secondLength) << "the probe's size and a terminator";
-        EXPECT_EQ(row.lines, Lines());
+        EXPECT_EQ(row.lines, Lines("KeyName.cpp"));
     }
     tavo::test::ClearRecordedLines();
     EXPECT_EQ(name, std::string(Tavo::StringFromHKEYA(hOpen)));
@@ -269,5 +269,5 @@ TEST(StringFromHKEY, NativeNameOrTheFailedStepsLineAndAnEmptyResult)
     SetLastError(kSentinel);
     EXPECT_TRUE(Tavo::StringFromHKEYA(nullptr).IsEmpty());
     const std::string verifyA = std::to_string(TRACE_VERIFY_HR) + "|Tavo::StringFromHKEYA|%s - %#08lx|StringFromHKEYW(hKey, strOutput) - 0x80071234";
-    EXPECT_EQ((std::vector<std::string>{rows[0].lines[0], rows[1].lines[0], verifyA}), Lines());
+    EXPECT_EQ((std::vector<std::string>{rows[0].lines[0], rows[1].lines[0], verifyA}), Lines("KeyName.cpp"));
 }

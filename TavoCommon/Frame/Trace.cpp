@@ -1,3 +1,5 @@
+// The diagnostic channel's sending half: the sibling CorvDebug.dll loaded and its entry looked up
+// once, every line handed over unformatted, and nothing the sink does reaching the caller.
 #include "Trace.h"
 
 namespace Tavo {

@@ -1,3 +1,5 @@
+// The module object and the library's life: the global lock made at load, the cached values freed
+// at unload last computed first, the lock deleted last.
 #include "Module.h"
 #include "Cache.h"
 
