@@ -68,7 +68,8 @@ public:
                   int line = __builtin_LINE());
     // The directory's Windows path, without a trailing backslash.
     std::string Path() const { return path_; }
-    // How long Run waits before it terminates the child and fails (60 s unless set).
+    // How long Run waits before it terminates the child and fails the case (30 s unless set: a child
+    // takes about a second, several where 32-bit code is emulated).
     void SetTimeout(DWORD milliseconds) { timeoutMs_ = milliseconds; }
     // Runs the child under another file name (a copy of the test program made here), e.g. so that
     // settings the platform keys by program name reach this child only. The default is the test
@@ -86,7 +87,7 @@ private:
     std::string path_;
     std::string testDir_;
     std::string exeName_;
-    DWORD timeoutMs_ = 60000;
+    DWORD timeoutMs_ = 30000;
     std::string runName_;  // the program Run starts; exeName_ when empty
 };
 
