@@ -1,5 +1,10 @@
-// Prints, for each measured operation, its cost per call and the ratio against the raw platform
-// operation it rests on, timed in the same run (best of several rounds, to shed scheduler noise).
+// Prints, for each measured operation, its cost per call against its floor: the platform work that
+// the library's contract makes the operation do (its platform and run-time calls, and the heap block
+// of each string value it must hand back), written out by hand and timed in the same run.
+//
+// Each side is calibrated on its own: the call count grows until a round lasts at least 50 ms, then
+// the two sides take turns for a few rounds and each keeps its best, which sheds scheduler noise and
+// any drift between them. Every line goes out as soon as it is measured.
 #include "Global.h"
 #include "Trace.h"
 #include "TavoCommon.h"
@@ -7,41 +12,110 @@
 #include <shlwapi.h>
 #include <wbemcli.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <time.h>
+#include <wchar.h>
 
 namespace {
 
-const int kCalls = 2000000;
-const int kRounds = 7;
+const double kRoundSeconds = 0.05;
+const int kRounds = 5;
+// Getters are a lock and a pointer: anything above the lock pair is overhead of their own.
+const double kGoalGetter = 1.1;
+const double kGoal = 1.3;
 
 CRITICAL_SECTION s_cs;
+volatile int s_nSink;
+LARGE_INTEGER s_frequency;
 
-__attribute__((noinline)) void EmptyCall(DWORD, const char*, const char*, int, const char*, const char*)
+// Inputs read through volatile pointers, so that the floors cannot fold them at compile time any
+// more than the library can.
+const wchar_t* volatile s_szPath = L"C:\\Program Files\\";
+const wchar_t* volatile s_szFile = L"Bench\\file.txt";
+const wchar_t* volatile s_szGuid = L"{4C1D2E3F-0A1B-4C5D-8E9F-A0B1C2D3E4F5}";
+
+// The trace call with no sink is one test and a return: its floor is a call with the same arguments.
+__attribute__((noinline)) void EmptyCall(DWORD, const char*, const char*, int, const char*, const char*, ...)
 {
     __asm__ __volatile__("" ::: "memory");
 }
 
-template <typename Body>
-double BestNanosecondsPerCall(Body body, int nCalls = kCalls)
+double Now()
 {
-    LARGE_INTEGER frequency;
-    QueryPerformanceFrequency(&frequency);
-    double best = 1e30;
-    for (int round = 0; round < kRounds; ++round) {
-        LARGE_INTEGER start, stop;
-        QueryPerformanceCounter(&start);
-        for (int i = 0; i < nCalls; ++i) body();
-        QueryPerformanceCounter(&stop);
-        const double ns = (stop.QuadPart - start.QuadPart) * 1e9 / frequency.QuadPart / nCalls;
-        if (ns < best) best = ns;
-    }
-    return best;
+    LARGE_INTEGER counter;
+    QueryPerformanceCounter(&counter);
+    return static_cast<double>(counter.QuadPart) / static_cast<double>(s_frequency.QuadPart);
 }
 
-void Report(const char* szOperation, double ns, const char* szBaseline, double nsBaseline)
+template <typename Body>
+double RoundSeconds(Body& body, long nCalls)
 {
-    printf("%-44s %8.2f ns   %-36s %8.2f ns   ratio %6.2f\n", szOperation, ns, szBaseline, nsBaseline,
-           nsBaseline > 0 ? ns / nsBaseline : 0.0);
+    const double dStart = Now();
+    for (long i = 0; i < nCalls; ++i) body();
+    return Now() - dStart;
+}
+
+// The call count at which one round lasts at least kRoundSeconds (aiming at 1.5 times that), or
+// nMaxCalls for an operation too slow to repeat much.
+template <typename Body>
+long Calibrate(Body& body, long nMaxCalls)
+{
+    for (long nCalls = 1;;) {
+        const double dSeconds = RoundSeconds(body, nCalls);
+        if (dSeconds >= kRoundSeconds || nCalls >= nMaxCalls) return nCalls;
+        double dNext = dSeconds > 0 ? nCalls * 1.5 * kRoundSeconds / dSeconds : nCalls * 100.0;
+        if (dNext < 2.0 * nCalls) dNext = 2.0 * nCalls;
+        nCalls = dNext < nMaxCalls ? static_cast<long>(dNext) : nMaxCalls;
+    }
+}
+
+void PrintRow(const char* szOperation, double ns, const char* szFloor, double nsFloor, double dGoal, const char* szUnit)
+{
+    const double dRatio = nsFloor > 0 ? ns / nsFloor : 0.0;
+    printf("%-40s %12.1f %-5s  %-66s %12.1f %-5s  ratio %5.2f  goal %.1f%s\n", szOperation, ns, szUnit, szFloor,
+           nsFloor, szUnit, dRatio, dGoal, dRatio > dGoal ? "  OVER" : "");
+    fflush(stdout);
+}
+
+// One row: the operation and its floor, each at its own calibrated count, in alternating rounds.
+template <typename Operation, typename Floor>
+void Row(const char* szOperation, Operation operation, const char* szFloor, Floor floor, double dGoal = kGoal,
+         long nMaxCalls = 100000000, int nRounds = kRounds)
+{
+    const long nOperationCalls = Calibrate(operation, nMaxCalls);
+    const long nFloorCalls = Calibrate(floor, nMaxCalls);
+    double dOperation = 1e30, dFloor = 1e30;
+    for (int iRound = 0; iRound < nRounds; ++iRound) {
+        const double dO = RoundSeconds(operation, nOperationCalls) / nOperationCalls;
+        const double dF = RoundSeconds(floor, nFloorCalls) / nFloorCalls;
+        if (dO < dOperation) dOperation = dO;
+        if (dF < dFloor) dFloor = dF;
+    }
+    PrintRow(szOperation, dOperation * 1e9, szFloor, dFloor * 1e9, dGoal, "ns");
+}
+
+// ---- Files the library reads, written beside the bench --------------------------------------
+
+// Wine re-reads a profile file at every call while its write time is less than 2.1 s old (a guard
+// for the 2-second clock of FAT), so a file just written would be timed parsing itself. Its time is
+// set an hour back: the reads then see a settled file, as a product's do.
+bool WriteSettledFile(const wchar_t* szFile, const char* pchContent, DWORD cbContent)
+{
+    HANDLE hFile = CreateFileW(szFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    if (hFile == INVALID_HANDLE_VALUE) return false;
+    DWORD cbWritten = 0;
+    bool bWritten = WriteFile(hFile, pchContent, cbContent, &cbWritten, nullptr) && cbWritten == cbContent;
+    FILETIME ft;
+    GetSystemTimeAsFileTime(&ft);
+    ULARGE_INTEGER t = {{ft.dwLowDateTime, ft.dwHighDateTime}};
+    t.QuadPart -= 3600ull * 10000000ull;
+    ft.dwLowDateTime = t.LowPart;
+    ft.dwHighDateTime = t.HighPart;
+    bWritten = SetFileTime(hFile, nullptr, nullptr, &ft) && bWritten;
+    CloseHandle(hFile);
+    if (!bWritten) fprintf(stderr, "warning: %ls was not written\n", szFile);
+    return bWritten;
 }
 
 // The static build's module is this program, so the library reads the Product.cfg beside it.
@@ -49,12 +123,171 @@ Tavo::CStringW WriteBenchConfig()
 {
     const Tavo::CStringW strFile = Tavo::PathCombineW(Tavo::GetModulePathNameW(nullptr), L"Product.cfg");
     const char szContent[] = "[Config]\r\nCompany=Bench Company\r\nProduct=Bench Product\r\n";
-    HANDLE hFile = CreateFileW(strFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    DWORD cb = 0;
-    if (hFile == INVALID_HANDLE_VALUE || !WriteFile(hFile, szContent, sizeof(szContent) - 1, &cb, nullptr))
-        fprintf(stderr, "warning: %ls was not written\n", strFile.GetString());
-    if (hFile != INVALID_HANDLE_VALUE) CloseHandle(hFile);
+    WriteSettledFile(strFile, szContent, sizeof(szContent) - 1);
     return strFile;
+}
+
+// A string value of the text, as a value form hands one back: one heap block and the copy.
+int StringOf(const wchar_t* sz, int cch)
+{
+    Tavo::CStringW str;
+    memcpy(str.GetBuffer(cch), sz, cch * sizeof(wchar_t));
+    str.ReleaseBuffer(cch);
+    return str.GetLength();
+}
+
+// ---- Rows ---------------------------------------------------------------------------------
+
+// Both getters hand out a constant pointer, no string copy: the floor is the lock pair alone.
+void CachedGetters()
+{
+    if (!*Tavo::GetLibraryVersionW()) fprintf(stderr, "warning: the version resource was not read\n");
+    auto lockPair = [] {
+        EnterCriticalSection(&s_cs);
+        LeaveCriticalSection(&s_cs);
+    };
+    Row("GetLibraryVersionW, cached", [] { s_nSink = *Tavo::GetLibraryVersionW(); },
+        "EnterCriticalSection+LeaveCriticalSection", lockPair, kGoalGetter);
+    // The first call reads the bench's own Product.cfg; after it the getter is a lock and a pointer.
+    Row("GetProductW, cached", [] { s_nSink = *Tavo::GetProductW(); }, "EnterCriticalSection+LeaveCriticalSection",
+        lockPair, kGoalGetter);
+    s_nSink = Tavo::GetOS();
+    Row("GetOS, cached", [] { s_nSink = Tavo::GetOS(); }, "EnterCriticalSection+LeaveCriticalSection", lockPair,
+        kGoalGetter);
+    Row("IsWin7OrNewer, cached", [] { s_nSink = Tavo::IsWin7OrNewer(); }, "EnterCriticalSection+LeaveCriticalSection",
+        lockPair, kGoalGetter);
+}
+
+void TraceWithoutSink()
+{
+    Row("TraceOutput, no sink", [] { Tavo::TraceOutput(TRACE_INFO, "Bench.cpp", "main", 1, __TIMESTAMP__, "%d", 1); },
+        "call of an empty function, same arguments",
+        [] { EmptyCall(TRACE_INFO, "Bench.cpp", "main", 1, __TIMESTAMP__, "%d", 1); });
+}
+
+// The locale items in the order and sizes the formatter asks for them; false on the first failure.
+bool ReadNumberFormat(NUMBERFMTW& fmt, wchar_t (&szDecimal)[8], wchar_t (&szThousand)[8])
+{
+    wchar_t szGrouping[32];
+    if (!GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_ILZERO | LOCALE_RETURN_NUMBER, reinterpret_cast<LPWSTR>(&fmt.LeadingZero),
+                        sizeof(fmt.LeadingZero)) ||
+        !GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_INEGNUMBER | LOCALE_RETURN_NUMBER,
+                        reinterpret_cast<LPWSTR>(&fmt.NegativeOrder), sizeof(fmt.NegativeOrder)) ||
+        !GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_SDECIMAL, szDecimal, 8) ||
+        !GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_STHOUSAND, szThousand, 8) ||
+        !GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_SGROUPING, szGrouping, 32))
+        return false;
+    fmt.Grouping = wcstoul(szGrouping, nullptr, 10);  // "3;0" reads as 3, which is what it means
+    fmt.lpDecimalSep = szDecimal;
+    fmt.lpThousandSep = szThousand;
+    return true;
+}
+
+// The digits printed, the five locale queries, the formatter, into the 128 characters reserved in
+// the result string.
+int NumberFloor(const wchar_t* szDigits, UINT nDigits)
+{
+    NUMBERFMTW fmt = {};
+    wchar_t szDecimal[8], szThousand[8];
+    fmt.NumDigits = nDigits;
+    if (!ReadNumberFormat(fmt, szDecimal, szThousand)) return 0;
+    Tavo::CStringW strNumber;
+    GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szDigits, &fmt, strNumber.GetBuffer(128), 128);
+    strNumber.ReleaseBuffer();
+    return strNumber.GetLength();
+}
+
+void Numbers(const wchar_t* szLanguageFile)
+{
+    Row("FormatNumberW(int)", [] { s_nSink = Tavo::FormatNumberW(1234567).GetLength(); },
+        "print %I64d, 5 GetLocaleInfoW, GetNumberFormatW, 128-char result",
+        [] {
+            wchar_t szDigits[24];
+            _snwprintf(szDigits, 24, L"%I64d", static_cast<__int64>(1234567));
+            s_nSink = NumberFloor(szDigits, 0);
+        });
+
+    // 1536 MB: the unit string 103 of the library's own module (this program, statically linked).
+    const HINSTANCE hModule = GetModuleHandleW(nullptr);
+    const wchar_t* szCode = Tavo::GetLanguageCodeW();
+    Row("FormatBytesW(1536 MB)", [] { s_nSink = Tavo::FormatBytesW(1536ull << 20).GetLength(); },
+        "LoadStringW floor, print %.2f + FormatNumberW floor, print message",
+        [=] {
+            wchar_t szUnit[256], szDigits[64], szText[256];
+            const DWORD dwAttributes = GetFileAttributesW(szLanguageFile);
+            const int cchUnit = ::LoadStringW(hModule, 103, szUnit, 256);
+            s_nSink = dwAttributes + lstrcmpiW(L"xx", szCode) + StringOf(szUnit, cchUnit);
+            _snwprintf(szDigits, 64, L"%.2f", 1536.0);
+            Tavo::CStringW strNumber;
+            NUMBERFMTW fmt = {};
+            wchar_t szDecimal[8], szThousand[8];
+            fmt.NumDigits = 2;
+            if (ReadNumberFormat(fmt, szDecimal, szThousand))
+                GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szDigits, &fmt, strNumber.GetBuffer(128), 128);
+            strNumber.ReleaseBuffer();
+            const int cchText = _snwprintf(szText, 256, szUnit, strNumber.GetString());
+            s_nSink = StringOf(szText, cchText > 0 ? cchText : 0);
+        });
+}
+
+void GuidsAndPaths()
+{
+    Row("GuidFromString, braced", [] { s_nSink = Tavo::GuidFromString(s_szGuid).Data1; }, "CLSIDFromString", [] {
+        GUID guid = {};
+        CLSIDFromString(s_szGuid, &guid);
+        s_nSink = guid.Data1;
+    });
+
+    Row("PathCombineW", [] { s_nSink = Tavo::PathCombineW(s_szPath, s_szFile).GetLength(); },
+        "wcslen of both, one CStringW of the result length, the copies", [] {
+            const wchar_t* szPath = s_szPath;
+            const wchar_t* szFile = s_szFile;
+            const int cchPath = static_cast<int>(wcslen(szPath));
+            const int cchFile = static_cast<int>(wcslen(szFile));
+            Tavo::CStringW str;
+            wchar_t* p = str.GetBuffer(cchPath + cchFile);
+            memcpy(p, szPath, cchPath * sizeof(wchar_t));
+            memcpy(p + cchPath, szFile, cchFile * sizeof(wchar_t));
+            str.ReleaseBuffer(cchPath + cchFile);
+            s_nSink = str.GetLength();
+        });
+}
+
+void Configuration(const wchar_t* szConfigFile)
+{
+    Row("GetConfigString, present key", [] { s_nSink = Tavo::GetConfigString(L"Product", L"x").GetLength(); },
+        "GetPrivateProfileStringW, result string", [=] {
+            wchar_t sz[256];
+            s_nSink = StringOf(sz, ::GetPrivateProfileStringW(L"Config", L"Product", L"x", sz, 256, szConfigFile));
+        });
+}
+
+// A load asks for the language file's attributes every time and, when the file is there, reads it.
+// The bench's own file is written beside it (its install directory) and removed at the end.
+void LanguageStrings(const wchar_t* szLanguageFile)
+{
+    const HINSTANCE hModule = GetModuleHandleW(nullptr);
+    const wchar_t* szCode = Tavo::GetLanguageCodeW();
+    Row("LoadStringW, no language file", [=] { s_nSink = Tavo::LoadStringW(102, hModule).GetLength(); },
+        "GetFileAttributesW, LoadStringW, lstrcmpiW, result string", [=] {
+            wchar_t sz[256];
+            const DWORD dwAttributes = GetFileAttributesW(szLanguageFile);
+            const int cch = ::LoadStringW(hModule, 102, sz, 256);
+            s_nSink = dwAttributes + lstrcmpiW(L"xx", szCode) + StringOf(sz, cch);
+        });
+
+    const Tavo::CStringA strContent = "[" + Tavo::GetLanguageSectionA(hModule) + "]\r\n102=%s Kilobyte\r\n";
+    if (!WriteSettledFile(szLanguageFile, strContent.GetString(), static_cast<DWORD>(strContent.GetLength()))) return;
+    Row("LoadStringW, from the language file", [=] { s_nSink = Tavo::LoadStringW(102, hModule).GetLength(); },
+        "GetFileAttributesW, GetModuleFileNameW, print %u, GetPrivateProfileStringW, result string", [=] {
+            wchar_t szModule[520], szKey[16], sz[256];
+            const DWORD dwAttributes = GetFileAttributesW(szLanguageFile);
+            GetModuleFileNameW(hModule, szModule, 520);
+            _snwprintf(szKey, 16, L"%u", 102u);
+            const int cch = ::GetPrivateProfileStringW(PathFindFileNameW(szModule), szKey, L"", sz, 256, szLanguageFile);
+            s_nSink = dwAttributes + StringOf(sz, cch);
+        });
+    DeleteFileW(szLanguageFile);
 }
 
 // Words of 1 to 12 letters between single delimiters, cb bytes in all.
@@ -67,150 +300,52 @@ Tavo::CStringA SplitInput(int cb)
     return str;
 }
 
-void ConfigAndPaths()
-{
-    const Tavo::CStringW strFile = WriteBenchConfig();
-    volatile int nSink = 0;
-    const int kFileCalls = 5000;
-    const double nsConfig = BestNanosecondsPerCall([&] { nSink = Tavo::GetConfigString(L"Product", L"x").GetLength(); }, kFileCalls);
-    const double nsProfile = BestNanosecondsPerCall([&] {
-        wchar_t sz[256];
-        nSink = ::GetPrivateProfileStringW(L"Config", L"Product", L"x", sz, 256, strFile);
-    }, kFileCalls);
-    Report("GetConfigString, present key", nsConfig, "::GetPrivateProfileStringW", nsProfile);
-
-    // The first call reads the bench's own Product.cfg; after it the getter is a lock and a pointer.
-    volatile const wchar_t* szProduct = Tavo::GetProductW();
-    const double nsLockPair = BestNanosecondsPerCall([] {
-        EnterCriticalSection(&s_cs);
-        LeaveCriticalSection(&s_cs);
-    });
-    const double nsProduct = BestNanosecondsPerCall([&] { szProduct = Tavo::GetProductW(); });
-    Report("cached getter (GetProductW)", nsProduct, "EnterCriticalSection+Leave", nsLockPair);
-    (void)szProduct;
-
-    const double nsCombine = BestNanosecondsPerCall([&] { nSink = Tavo::PathCombineW(L"C:\\Program Files\\", L"Bench\\file.txt").GetLength(); });
-    const double nsPlatformCombine = BestNanosecondsPerCall([&] {
-        wchar_t sz[MAX_PATH];
-        nSink = ::PathCombineW(sz, L"C:\\Program Files\\", L"Bench\\file.txt") != nullptr;
-    });
-    Report("Tavo::PathCombineW", nsCombine, "::PathCombineW", nsPlatformCombine);
-    DeleteFileW(strFile);
-    (void)nSink;
-}
-
-// A load asks for the language file's attributes every time and, when the file is there, reads it.
-// The bench's own file is written beside it (its install directory) and removed at the end.
-void LanguageStrings()
-{
-    const HINSTANCE hBench = GetModuleHandleW(nullptr);
-    const wchar_t* szFile = Tavo::GetLanguageFileW();
-    if (GetFileAttributesW(szFile) != INVALID_FILE_ATTRIBUTES) {
-        fprintf(stderr, "warning: %ls is in the way; LoadStringW not measured\n", szFile);
-        return;
-    }
-    volatile int nSink = 0;
-    const int kLoadCalls = 20000;
-    const double nsTable = BestNanosecondsPerCall([&] { nSink = Tavo::LoadStringW(102, hBench).GetLength(); }, kLoadCalls);
-    const double nsPlatformTable = BestNanosecondsPerCall([&] {
-        wchar_t sz[256];
-        nSink = ::LoadStringW(hBench, 102, sz, 256) + (GetFileAttributesW(szFile) != INVALID_FILE_ATTRIBUTES);
-    }, kLoadCalls);
-    Report("LoadStringW, no language file", nsTable, "::LoadStringW+GetFileAttributesW", nsPlatformTable);
-
-    const Tavo::CStringA strContent = "[" + Tavo::GetLanguageSectionA(hBench) + "]\r\n102=%s Kilobyte\r\n";
-    HANDLE hFile = CreateFileW(szFile, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
-    DWORD cb = 0;
-    const bool bWritten = hFile != INVALID_HANDLE_VALUE &&
-                          WriteFile(hFile, strContent.GetString(), static_cast<DWORD>(strContent.GetLength()), &cb, nullptr);
-    if (hFile != INVALID_HANDLE_VALUE) CloseHandle(hFile);
-    if (!bWritten) fprintf(stderr, "warning: %ls was not written\n", szFile);
-    const Tavo::CStringW strSection = Tavo::GetLanguageSectionW(hBench);
-    const int kFileCalls = 5000;
-    const double nsFile = BestNanosecondsPerCall([&] { nSink = Tavo::LoadStringW(102, hBench).GetLength(); }, kFileCalls);
-    const double nsProfile = BestNanosecondsPerCall([&] {
-        wchar_t sz[256];
-        nSink = ::GetPrivateProfileStringW(strSection, L"102", L"", sz, 256, szFile);
-    }, kFileCalls);
-    Report("LoadStringW, from the language file", nsFile, "::GetPrivateProfileStringW", nsProfile);
-    if (bWritten) DeleteFileW(szFile);
-    (void)nSink;
-}
-
-// Splitting should cost the same per megabyte at any size: twice the text, twice the time.
+// Splitting costs the same per megabyte at any size: the floor of 2 MB is twice the time of 1 MB.
 void SplitGrowth()
 {
     const int kMB = 1024 * 1024;
-    double msPerMB[2];
-    for (int i = 0; i < 2; ++i) {
-        const Tavo::CStringA strInput = SplitInput((i + 1) * kMB);
-        const double ns = BestNanosecondsPerCall([&] {
-            Tavo::CAtlArray<Tavo::CStringA> aTokens;
-            Tavo::SplitString(strInput, " ,", aTokens);
-        }, 3);
-        msPerMB[i] = ns / 1e6 / (i + 1);
+    const Tavo::CStringA strOne = SplitInput(kMB);
+    const Tavo::CStringA strTwo = SplitInput(2 * kMB);
+    auto split = [](const Tavo::CStringA& str) {
+        Tavo::CAtlArray<Tavo::CStringA> aTokens;
+        Tavo::SplitString(str, " ,", aTokens);
+        s_nSink = static_cast<int>(aTokens.GetCount());
+    };
+    double dOne = 1e30, dTwo = 1e30;
+    for (int iRound = 0; iRound < kRounds; ++iRound) {
+        const double dStart = Now();
+        split(strOne);
+        const double dMiddle = Now();
+        split(strTwo);
+        const double dEnd = Now();
+        if (dMiddle - dStart < dOne) dOne = dMiddle - dStart;
+        if (dEnd - dMiddle < dTwo) dTwo = dEnd - dMiddle;
     }
-    printf("%-44s %8.2f ms/MB at 1 MB %8.2f ms/MB at 2 MB   ratio %6.2f\n", "Tavo::SplitString", msPerMB[0], msPerMB[1],
-           msPerMB[0] > 0 ? msPerMB[1] / msPerMB[0] : 0.0);
+    PrintRow("SplitString, 2 MB", dTwo * 1e3, "twice SplitString of 1 MB (linear growth)", 2 * dOne * 1e3, kGoal, "ms");
 }
 
-// FormatDateTimeW is the two platform calls plus two small strings; MakeTime is one _mkgmtime64.
 void DatesAndTimes()
 {
-    const SYSTEMTIME st = {2012, 1, 5, 13, 15, 41, 52, 0};
-    volatile int nSink = 0;
-    const int kFormatCalls = 50000;
-    const double nsFormat = BestNanosecondsPerCall([&] { nSink = Tavo::FormatDateTimeW(st, true).GetLength(); }, kFormatCalls);
-    const double nsPlatformFormat = BestNanosecondsPerCall([&] {
-        wchar_t szDate[128], szTime[128];
-        nSink = ::GetDateFormatW(LOCALE_USER_DEFAULT, DATE_SHORTDATE, &st, nullptr, szDate, 128) +
-                ::GetTimeFormatW(LOCALE_USER_DEFAULT, 0, &st, nullptr, szTime, 128);
-    }, kFormatCalls);
-    Report("Tavo::FormatDateTimeW", nsFormat, "::GetDateFormatW+GetTimeFormatW", nsPlatformFormat);
+    static const SYSTEMTIME st = {2012, 1, 5, 13, 15, 41, 52, 0};
+    Row("FormatDateTimeW", [] { s_nSink = Tavo::FormatDateTimeW(st, true).GetLength(); },
+        "GetDateFormatW, GetTimeFormatW, one result string", [] {
+            wchar_t szDate[128], szTime[128];
+            const int cchDate = ::GetDateFormatW(LOCALE_USER_DEFAULT, DATE_SHORTDATE, &st, nullptr, szDate, 128);
+            const int cchTime = ::GetTimeFormatW(LOCALE_USER_DEFAULT, 0, &st, nullptr, szTime, 128);
+            if (cchDate <= 0 || cchTime <= 0) return;
+            Tavo::CStringW str;
+            wchar_t* p = str.GetBuffer(cchDate + cchTime - 1);
+            memcpy(p, szDate, (cchDate - 1) * sizeof(wchar_t));
+            p[cchDate - 1] = L' ';
+            memcpy(p + cchDate, szTime, (cchTime - 1) * sizeof(wchar_t));
+            str.ReleaseBuffer(cchDate + cchTime - 1);
+            s_nSink = str.GetLength();
+        });
 
-    volatile __int64 tSink = 0;
-    const double nsMake = BestNanosecondsPerCall([&] { tSink = Tavo::MakeTime(2012, 1, 13, 15, 41, 52); });
-    const double nsPlatformMake = BestNanosecondsPerCall([&] {
+    Row("MakeTime", [] { s_nSink = static_cast<int>(Tavo::MakeTime(2012, 1, 13, 15, 41, 52)); }, "_mkgmtime64", [] {
         struct tm fields = {52, 41, 15, 13, 0, 112, 0, 0, 0};
-        tSink = _mkgmtime64(&fields);
+        s_nSink = static_cast<int>(_mkgmtime64(&fields));
     });
-    Report("Tavo::MakeTime", nsMake, "_mkgmtime64", nsPlatformMake);
-    (void)nSink;
-    (void)tSink;
-}
-
-// FormatNumberW is five locale queries and the formatter; FormatBytesW adds a string load and a format.
-void NumbersAndBytes()
-{
-    volatile int nSink = 0;
-    const int kNumberCalls = 50000;
-    const double nsNumber = BestNanosecondsPerCall([&] { nSink = Tavo::FormatNumberW(1234567).GetLength(); }, kNumberCalls);
-    wchar_t szDecimal[8], szThousand[8];
-    GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_SDECIMAL, szDecimal, 8);
-    GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_STHOUSAND, szThousand, 8);
-    NUMBERFMTW fmt = {0, 1, 3, szDecimal, szThousand, 1};
-    const double nsPlatformNumber = BestNanosecondsPerCall([&] {
-        wchar_t sz[128];
-        nSink = ::GetNumberFormatW(LOCALE_USER_DEFAULT, 0, L"1234567", &fmt, sz, 128);
-    }, kNumberCalls);
-    Report("Tavo::FormatNumberW(int)", nsNumber, "::GetNumberFormatW, NUMBERFMT ready", nsPlatformNumber);
-
-    const double nsBytes = BestNanosecondsPerCall([&] { nSink = Tavo::FormatBytesW(1536ull << 20).GetLength(); }, kNumberCalls);
-    const double nsDouble = BestNanosecondsPerCall([&] { nSink = Tavo::FormatNumberW(1536.0, 2).GetLength(); }, kNumberCalls);
-    Report("Tavo::FormatBytesW", nsBytes, "Tavo::FormatNumberW(double, 2)", nsDouble);
-    (void)nSink;
-}
-
-
-// The OS code and its predicates, cached, against the bare lock pair.
-void OperatingSystem(double nsLockPair)
-{
-    volatile int nSink = Tavo::GetOS();  // the first call asks the platform; the rest read the cache
-    const double nsOS = BestNanosecondsPerCall([&] { nSink = Tavo::GetOS(); });
-    Report("cached OS code (GetOS)", nsOS, "EnterCriticalSection+Leave", nsLockPair);
-    const double nsWin7 = BestNanosecondsPerCall([&] { nSink = Tavo::IsWin7OrNewer(); });
-    Report("predicate (IsWin7OrNewer)", nsWin7, "EnterCriticalSection+Leave", nsLockPair);
-    (void)nSink;
 }
 
 // The same one-property query written straight against the WMI interfaces, with the same COM
@@ -253,47 +388,43 @@ int DirectWmiCaption()
     return nLength;
 }
 
-// One WMI property through the library against the same query written against the WMI interfaces.
-// A query costs milliseconds, so few calls are timed.
+// A query costs milliseconds: a few calls per round, three rounds.
 void WmiQuery()
 {
-    volatile int nSink = 0;
-    const int kQueryCalls = 5;
-    const double nsLibrary = BestNanosecondsPerCall([&] {
-        nSink = Tavo::QueryWMI(L"SELECT * FROM Win32_OperatingSystem", L"Caption", L"ROOT\\CIMV2", L"").GetLength();
-    }, kQueryCalls);
-    const double nsDirect = BestNanosecondsPerCall([&] { nSink = DirectWmiCaption(); }, kQueryCalls);
-    if (nSink < 0) fprintf(stderr, "warning: the direct WMI query found no caption\n");
-    Report("Tavo::QueryWMI, one property", nsLibrary, "IWbemServices::ExecQuery direct", nsDirect);
+    if (DirectWmiCaption() < 0) fprintf(stderr, "warning: the direct WMI query found no caption\n");
+    Row("QueryWMI, one property",
+        [] { s_nSink = Tavo::QueryWMI(L"SELECT * FROM Win32_OperatingSystem", L"Caption", L"ROOT\\CIMV2", L"").GetLength(); },
+        "IWbemServices::ExecQuery written out", [] { s_nSink = DirectWmiCaption(); }, kGoal, 20, 3);
 }
 
 } // namespace
 
 int main()
 {
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    QueryPerformanceFrequency(&s_frequency);
+    const double dStart = Now();
     InitializeCriticalSectionAndSpinCount(&s_cs, 0);
-    if (!*Tavo::GetLibraryVersionW()) fprintf(stderr, "warning: the version resource was not read\n");
 
-    volatile const wchar_t* sink = nullptr;
-    const double nsLockPair = BestNanosecondsPerCall([] {
-        EnterCriticalSection(&s_cs);
-        LeaveCriticalSection(&s_cs);
-    });
-    const double nsGetter = BestNanosecondsPerCall([&] { sink = Tavo::GetLibraryVersionW(); });
-    Report("cached getter (GetLibraryVersionW)", nsGetter, "EnterCriticalSection+Leave", nsLockPair);
+    const Tavo::CStringW strConfigFile = WriteBenchConfig();
+    const wchar_t* szLanguageFile = Tavo::GetLanguageFileW();
+    if (GetFileAttributesW(szLanguageFile) != INVALID_FILE_ATTRIBUTES) {
+        fprintf(stderr, "error: %ls is in the way; the loads would not be measured as meant\n", szLanguageFile);
+        return 1;
+    }
 
-    const double nsEmpty = BestNanosecondsPerCall([] { EmptyCall(TRACE_INFO, "f", "g", 1, "s", "x"); });
-    const double nsTrace = BestNanosecondsPerCall([] {
-        Tavo::TraceOutput(TRACE_INFO, "Bench.cpp", "main", 1, __TIMESTAMP__, "%d", 1);
-    });
-    Report("trace call, no sink (TraceOutput)", nsTrace, "empty function call", nsEmpty);
-    ConfigAndPaths();
-    LanguageStrings();
+    printf("%-40s %18s  %-66s %18s\n", "operation", "per call", "floor: the platform work the contract asks for",
+           "per call");
+    CachedGetters();
+    TraceWithoutSink();
+    Numbers(szLanguageFile);
+    GuidsAndPaths();
+    Configuration(strConfigFile);
+    LanguageStrings(szLanguageFile);
     SplitGrowth();
-    NumbersAndBytes();
     DatesAndTimes();
-    OperatingSystem(nsLockPair);
     WmiQuery();
-    (void)sink;
+    DeleteFileW(strConfigFile);
+    printf("measured in %.1f s\n", Now() - dStart);
     return 0;
 }
