@@ -15,6 +15,10 @@ HMODULE s_hSibling;
 PFN_CORV_OUTPUTA s_pfnOutput;
 DWORD s_dwTried;
 char s_szModule[MAX_PATH];
+// Set for good once the channel is off (the load gave nothing, or the sibling went away), so that a
+// line then costs this one test. Only ever set, by the thread that saw it happen: a thread that
+// finds the load tried but its handle not yet stored must not turn the channel off.
+volatile LONG s_bOff;
 
 // The library's own path: the module that holds this static buffer, not the process's executable.
 const char* ModuleName()
@@ -44,11 +48,13 @@ void SendLine(void* pv)
         if (!(s_dwTried & LOAD_TRIED)) {
             s_dwTried |= LOAD_TRIED;
             s_hSibling = ::LoadLibraryA(kSinkName);
+            if (!s_hSibling) s_bOff = TRUE;
         }
         if (!s_hSibling) return;
         if (!::GetModuleHandleA(kSinkName)) {
             // Unloaded behind our back: the entry points into freed code. Off for good.
             s_hSibling = NULL;
+            s_bOff = TRUE;
             return;
         }
         if (!(s_dwTried & LOOKUP_TRIED)) {
@@ -69,16 +75,18 @@ void SendLine(void* pv)
 void TraceOutputV(DWORD dwLevel, const char* szFile, const char* szFunction, int nLine,
                   const char* szStamp, const char* szFormat, va_list args)
 {
-    if (!s_hSibling && (s_dwTried & LOAD_TRIED)) return;  // no sink: the common case, kept cheap
+    if (s_bOff) return;
     TraceCall call = {dwLevel, szFile, szFunction, nLine, szStamp, szFormat, {}};
     va_copy(call.args, args);
     CallWithStructuredGuard(&SendLine, &call);
     va_end(call.args);
 }
 
+// No sink is the common case: tested before the arguments are touched.
 void TraceOutput(DWORD dwLevel, const char* szFile, const char* szFunction, int nLine,
                  const char* szStamp, const char* szFormat, ...)
 {
+    if (s_bOff) return;
     va_list args;
     va_start(args, szFormat);
     TraceOutputV(dwLevel, szFile, szFunction, nLine, szStamp, szFormat, args);
