@@ -13,11 +13,15 @@
 
 namespace Tavo {
 
+// The library's one lock, created at load by the module object and deleted last at unload.
+extern CRITICAL_SECTION g_globalLock;
+
 // Holds the library's one lock for a scope. Recursive: computations call other cached forms.
+// Inline, so that a cached getter costs the lock pair and little more.
 class CGlobalLock {
 public:
-    CGlobalLock();
-    ~CGlobalLock();
+    CGlobalLock() { ::EnterCriticalSection(&g_globalLock); }
+    ~CGlobalLock() { ::LeaveCriticalSection(&g_globalLock); }
 
 private:
     CGlobalLock(const CGlobalLock&);
@@ -69,24 +73,30 @@ struct TCachedString {
     CStringT<XCHAR>& Value() { return *reinterpret_cast<CStringT<XCHAR>*>(abValue); }
 };
 
+// Shape 1's first computation, with the lock held; out of line, so that every later call is the
+// lock pair around a test and a pointer read.
+template <typename XCHAR, typename Compute>
+__attribute__((noinline)) void ComputeOnce(TCachedString<XCHAR>& cache, Compute compute)
+{
+    cache.dwGuard |= 1;
+    CStringT<XCHAR>* pValue = new (PlacementTag(), cache.abValue) CStringT<XCHAR>();
+    try {
+        compute(*pValue);
+    } catch (...) {
+        pValue->~CStringT<XCHAR>();
+        cache.dwGuard &= ~1u;
+        throw;
+    }
+    RegisterCleanup(cache.cleanup, &DestroyObject<CStringT<XCHAR> >, pValue);
+}
+
 // Shape 1. compute(CStringT<XCHAR>&) fills the value; if it throws, the guard is cleared again and
 // the exception goes on to the caller.
 template <typename XCHAR, typename Compute>
 const XCHAR* CachedOnce(TCachedString<XCHAR>& cache, Compute compute)
 {
     CGlobalLock lock;
-    if (!(cache.dwGuard & 1)) {
-        cache.dwGuard |= 1;
-        CStringT<XCHAR>* pValue = new (PlacementTag(), cache.abValue) CStringT<XCHAR>();
-        try {
-            compute(*pValue);
-        } catch (...) {
-            pValue->~CStringT<XCHAR>();
-            cache.dwGuard &= ~1u;
-            throw;
-        }
-        RegisterCleanup(cache.cleanup, &DestroyObject<CStringT<XCHAR> >, pValue);
-    }
+    if (!(cache.dwGuard & 1)) ComputeOnce(cache, compute);
     return cache.Value().GetString();
 }
 

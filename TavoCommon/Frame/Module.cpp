@@ -6,22 +6,19 @@
 namespace Tavo {
 
 CModule g_module;
+CRITICAL_SECTION g_globalLock;
 
 namespace {
 
-CRITICAL_SECTION s_lock;
 CCleanupList s_cleanups;
 
 void CreateGlobalLock()
 {
-    if (!::InitializeCriticalSectionAndSpinCount(&s_lock, 0))
+    if (!::InitializeCriticalSectionAndSpinCount(&g_globalLock, 0))
         AtlThrow(HRESULT_FROM_WIN32(::GetLastError()));
 }
 
 } // namespace
-
-CGlobalLock::CGlobalLock() { ::EnterCriticalSection(&s_lock); }
-CGlobalLock::~CGlobalLock() { ::LeaveCriticalSection(&s_lock); }
 
 void RegisterCleanup(CCleanup& node, void (*pfnDestroy)(void*), void* pv)
 {
@@ -42,7 +39,7 @@ bool CModule::Initialize(HINSTANCE hInstance)
 void CModule::Terminate()
 {
     s_cleanups.RunAll();
-    ::DeleteCriticalSection(&s_lock);
+    ::DeleteCriticalSection(&g_globalLock);
 }
 
 } // namespace Tavo
