@@ -1,6 +1,6 @@
 // Prints, for each measured operation, its cost per call against its floor: the platform work that
 // the library's contract makes the operation do (its platform and run-time calls, and the heap block
-// of each string value it must hand back), written out by hand and timed in the same run.
+// of the string value it hands back), written out by hand and timed in the same run.
 //
 // Each side is calibrated on its own: the call count grows until a round lasts at least 50 ms, then
 // the two sides take turns for a few rounds and each keeps its best, which sheds scheduler noise and
@@ -73,8 +73,8 @@ long Calibrate(Body& body, long nMaxCalls)
 void PrintRow(const char* szOperation, double ns, const char* szFloor, double nsFloor, double dGoal, const char* szUnit)
 {
     const double dRatio = nsFloor > 0 ? ns / nsFloor : 0.0;
-    printf("%-40s %12.1f %-5s  %-66s %12.1f %-5s  ratio %5.2f  goal %.1f%s\n", szOperation, ns, szUnit, szFloor,
-           nsFloor, szUnit, dRatio, dGoal, dRatio > dGoal ? "  OVER" : "");
+    printf("%-36s %11.1f %-2s %11.1f %-2s %6.2f %5.1f %-4s  %s\n", szOperation, ns, szUnit, nsFloor, szUnit, dRatio,
+           dGoal, dRatio > dGoal ? "OVER" : "", szFloor);
     fflush(stdout);
 }
 
@@ -183,49 +183,39 @@ bool ReadNumberFormat(NUMBERFMTW& fmt, wchar_t (&szDecimal)[8], wchar_t (&szThou
     return true;
 }
 
-// The digits printed, the five locale queries, the formatter, into the 128 characters reserved in
-// the result string.
-int NumberFloor(const wchar_t* szDigits, UINT nDigits)
-{
-    NUMBERFMTW fmt = {};
-    wchar_t szDecimal[8], szThousand[8];
-    fmt.NumDigits = nDigits;
-    if (!ReadNumberFormat(fmt, szDecimal, szThousand)) return 0;
-    Tavo::CStringW strNumber;
-    GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szDigits, &fmt, strNumber.GetBuffer(128), 128);
-    strNumber.ReleaseBuffer();
-    return strNumber.GetLength();
-}
-
 void Numbers(const wchar_t* szLanguageFile)
 {
+    // The value form's result is the 128 characters it reserves for the formatter.
     Row("FormatNumberW(int)", [] { s_nSink = Tavo::FormatNumberW(1234567).GetLength(); },
-        "print %I64d, 5 GetLocaleInfoW, GetNumberFormatW, 128-char result",
-        [] {
-            wchar_t szDigits[24];
+        "print %I64d, 5 GetLocaleInfoW, GetNumberFormatW, 128-char result", [] {
+            wchar_t szDigits[24], szDecimal[8], szThousand[8];
             _snwprintf(szDigits, 24, L"%I64d", static_cast<__int64>(1234567));
-            s_nSink = NumberFloor(szDigits, 0);
+            NUMBERFMTW fmt = {};
+            if (!ReadNumberFormat(fmt, szDecimal, szThousand)) return;
+            Tavo::CStringW strNumber;
+            GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szDigits, &fmt, strNumber.GetBuffer(128), 128);
+            strNumber.ReleaseBuffer();
+            s_nSink = strNumber.GetLength();
         });
 
     // 1536 MB: the unit string 103 of the library's own module (this program, statically linked).
     const HINSTANCE hModule = GetModuleHandleW(nullptr);
     const wchar_t* szCode = Tavo::GetLanguageCodeW();
     Row("FormatBytesW(1536 MB)", [] { s_nSink = Tavo::FormatBytesW(1536ull << 20).GetLength(); },
-        "LoadStringW floor, print %.2f + FormatNumberW floor, print message",
+        "LoadStringW's calls, print %.2f, FormatNumberW's calls, print, result",
         [=] {
-            wchar_t szUnit[256], szDigits[64], szText[256];
+            wchar_t szUnit[256], szDigits[64], szNumber[128], szText[256];
             const DWORD dwAttributes = GetFileAttributesW(szLanguageFile);
-            const int cchUnit = ::LoadStringW(hModule, 103, szUnit, 256);
-            s_nSink = dwAttributes + lstrcmpiW(L"xx", szCode) + StringOf(szUnit, cchUnit);
+            ::LoadStringW(hModule, 103, szUnit, 256);
+            s_nSink = dwAttributes + lstrcmpiW(L"xx", szCode);
             _snwprintf(szDigits, 64, L"%.2f", 1536.0);
-            Tavo::CStringW strNumber;
             NUMBERFMTW fmt = {};
             wchar_t szDecimal[8], szThousand[8];
             fmt.NumDigits = 2;
+            szNumber[0] = 0;
             if (ReadNumberFormat(fmt, szDecimal, szThousand))
-                GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szDigits, &fmt, strNumber.GetBuffer(128), 128);
-            strNumber.ReleaseBuffer();
-            const int cchText = _snwprintf(szText, 256, szUnit, strNumber.GetString());
+                GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szDigits, &fmt, szNumber, 128);
+            const int cchText = _snwprintf(szText, 256, szUnit, szNumber);
             s_nSink = StringOf(szText, cchText > 0 ? cchText : 0);
         });
 }
@@ -413,8 +403,9 @@ int main()
         return 1;
     }
 
-    printf("%-40s %18s  %-66s %18s\n", "operation", "per call", "floor: the platform work the contract asks for",
-           "per call");
+    printf("%-36s %14s %14s %6s %5s %-4s  %s\n", "operation", "per call", "floor", "ratio", "goal", "",
+           "floor: the platform work the contract asks for");
+    fflush(stdout);
     CachedGetters();
     TraceWithoutSink();
     Numbers(szLanguageFile);
@@ -426,5 +417,6 @@ int main()
     WmiQuery();
     DeleteFileW(strConfigFile);
     printf("measured in %.1f s\n", Now() - dStart);
+    fflush(stdout);
     return 0;
 }
