@@ -2,6 +2,7 @@
 // hands it to one core per width, which reads the settings afresh and calls the platform's number
 // formatter. The narrow core asks the narrow platform calls, so separators arrive narrow as they are.
 #include "Check.h"
+#include "StrSafe.h"
 #include "TavoCommon.h"
 
 #include <stdlib.h>
@@ -37,12 +38,16 @@ template <> struct TNumber<wchar_t> {
     static constexpr const wchar_t* kSigned = L"%I64d";
     static constexpr const wchar_t* kUnsigned = L"%I64u";
     static constexpr const wchar_t* kPrecision = L"%%.%huf";
-    static int LocaleInfo(LCTYPE type, wchar_t* sz, int cch) { return ::GetLocaleInfoW(LOCALE_USER_DEFAULT, type, sz, cch); }
+    static int LocaleInfo(LCTYPE type, wchar_t* sz, int cch)
+    {
+        return ::GetLocaleInfoW(LOCALE_USER_DEFAULT, type, sz, cch);
+    }
     static int NumberFormat(const wchar_t* szNumber, const Format* pFormat, wchar_t* szBuffer, int cch)
     {
         return ::GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szNumber, pFormat, szBuffer, cch);
     }
     static unsigned long ReadUnsigned(const wchar_t* sz) { return wcstoul(sz, nullptr, 10); }
+    static constexpr HRESULT (*Print)(wchar_t*, size_t, const wchar_t*, ...) = StringCchPrintfW;
 };
 
 template <> struct TNumber<char> {
@@ -52,31 +57,39 @@ template <> struct TNumber<char> {
     static constexpr const char* kSigned = "%I64d";
     static constexpr const char* kUnsigned = "%I64u";
     static constexpr const char* kPrecision = "%%.%huf";
-    static int LocaleInfo(LCTYPE type, char* sz, int cch) { return ::GetLocaleInfoA(LOCALE_USER_DEFAULT, type, sz, cch); }
+    static int LocaleInfo(LCTYPE type, char* sz, int cch)
+    {
+        return ::GetLocaleInfoA(LOCALE_USER_DEFAULT, type, sz, cch);
+    }
     static int NumberFormat(const char* szNumber, const Format* pFormat, char* szBuffer, int cch)
     {
         return ::GetNumberFormatA(LOCALE_USER_DEFAULT, 0, szNumber, pFormat, szBuffer, cch);
     }
     static unsigned long ReadUnsigned(const char* sz) { return strtoul(sz, nullptr, 10); }
+    static constexpr HRESULT (*Print)(char*, size_t, const char*, ...) = StringCchPrintfA;
 };
 
 #undef TAVO_NUMBER_TEXTS
 #undef TAVO_USER_LOCALE_CALL
 
-// "3;2;0" as the locale writes it to 32 as NUMBERFMT wants it: a closing 0 there means "repeat the
-// last group", while a last digit other than 0 here means just that.
+// The grouping as the locale writes it, in at most 32 characters, with room behind for the "0" the
+// conversion may append.
+enum { kGroupingChars = 32, kGroupingRoom = kGroupingChars + 2 };
+
+// "3;2;0" as the locale writes it to 32 as NUMBERFMT wants it, in place: a closing 0 there means
+// "repeat the last group", while a last digit other than 0 here means just that.
 template <typename XCHAR>
-UINT GroupingOf(CStringT<XCHAR>& strGrouping)
+UINT GroupingOf(XCHAR (&szGrouping)[kGroupingRoom])
 {
-    const XCHAR szSemicolon[] = {';', 0};
-    const XCHAR szNothing[] = {0};
-    strGrouping.Replace(szSemicolon, szNothing);
-    const int nLength = strGrouping.GetLength();
-    if (nLength && strGrouping[nLength - 1] == '0')
-        strGrouping.Truncate(nLength - 1);
+    int nLength = 0;
+    for (const XCHAR* pch = szGrouping; *pch && pch < szGrouping + kGroupingChars; ++pch)
+        if (*pch != ';') szGrouping[nLength++] = *pch;
+    if (nLength && szGrouping[nLength - 1] == '0')
+        --nLength;
     else
-        strGrouping += static_cast<XCHAR>('0');
-    return TNumber<XCHAR>::ReadUnsigned(strGrouping.GetString());
+        szGrouping[nLength++] = '0';
+    szGrouping[nLength] = 0;
+    return TNumber<XCHAR>::ReadUnsigned(szGrouping);
 }
 
 template <typename XCHAR>
@@ -89,30 +102,39 @@ UINT DigitsBehindPoint(const XCHAR* szNumber)
     return 0;
 }
 
-// The plain digit strings the core formats.
+// An integer's digit string, on the stack: a sign and at most 20 digits. A number costs no heap
+// block but its result.
 template <typename XCHAR>
-CStringT<XCHAR> Digits(__int64 n)
+struct TIntegerDigits {
+    XCHAR sz[24];
+    const XCHAR* GetString() const { return sz; }
+};
+
+template <typename XCHAR>
+TIntegerDigits<XCHAR> Digits(__int64 n)
 {
-    CStringT<XCHAR> str;
-    str.Format(TNumber<XCHAR>::kSigned, n);
-    return str;
+    TIntegerDigits<XCHAR> digits;
+    TNumber<XCHAR>::Print(digits.sz, _countof(digits.sz), TNumber<XCHAR>::kSigned, n);
+    return digits;
 }
 
 template <typename XCHAR>
-CStringT<XCHAR> Digits(unsigned __int64 n)
+TIntegerDigits<XCHAR> Digits(unsigned __int64 n)
 {
-    CStringT<XCHAR> str;
-    str.Format(TNumber<XCHAR>::kUnsigned, n);
-    return str;
+    TIntegerDigits<XCHAR> digits;
+    TNumber<XCHAR>::Print(digits.sz, _countof(digits.sz), TNumber<XCHAR>::kUnsigned, n);
+    return digits;
 }
 
-// The run-time prints its own locale's point; the platform's formatter takes only ".".
+// The run-time prints its own locale's point; the platform's formatter takes only ".". The format
+// of nPrecision places ("%.65535f" at most) is on the stack.
 template <typename XCHAR>
 CStringT<XCHAR> Digits(double d, unsigned short nPrecision)
 {
-    CStringT<XCHAR> strFormat, str;
-    strFormat.Format(TNumber<XCHAR>::kPrecision, nPrecision);
-    str.Format(strFormat, d);
+    XCHAR szFormat[16];
+    TNumber<XCHAR>::Print(szFormat, _countof(szFormat), TNumber<XCHAR>::kPrecision, nPrecision);
+    CStringT<XCHAR> str;
+    str.Format(szFormat, d);
     const int nLength = str.GetLength();
     if (nPrecision > 0 && nLength >= nPrecision + 1) str.SetAt(nLength - nPrecision - 1, '.');
     return str;
@@ -128,7 +150,7 @@ long FormatDigits(const XCHAR* szNumber, XCHAR* szBuffer, int cchBufferMax)
     typename T::Format fmt = {};
     XCHAR szDecimalSep[8] = {};
     XCHAR szThousandSep[8] = {};
-    CStringT<XCHAR> strGrouping;
+    XCHAR szGrouping[kGroupingRoom] = {};
     fmt.NumDigits = DigitsBehindPoint(szNumber);
     CHECK_WIN32_AS(T::LocaleInfo(LOCALE_ILZERO | LOCALE_RETURN_NUMBER, reinterpret_cast<XCHAR*>(&fmt.LeadingZero),
                                  sizeof(fmt.LeadingZero)),
@@ -138,9 +160,8 @@ long FormatDigits(const XCHAR* szNumber, XCHAR* szBuffer, int cchBufferMax)
                    T::kTexts[kNegativeOrder]);
     CHECK_WIN32_AS(T::LocaleInfo(LOCALE_SDECIMAL, szDecimalSep, _countof(szDecimalSep)), T::kTexts[kDecimalSep]);
     CHECK_WIN32_AS(T::LocaleInfo(LOCALE_STHOUSAND, szThousandSep, _countof(szThousandSep)), T::kTexts[kThousandSep]);
-    CHECK_WIN32_AS(T::LocaleInfo(LOCALE_SGROUPING, strGrouping.GetBuffer(32), 32), T::kTexts[kGrouping]);
-    strGrouping.ReleaseBuffer();
-    fmt.Grouping = GroupingOf(strGrouping);
+    CHECK_WIN32_AS(T::LocaleInfo(LOCALE_SGROUPING, szGrouping, kGroupingChars), T::kTexts[kGrouping]);
+    fmt.Grouping = GroupingOf(szGrouping);
     fmt.lpDecimalSep = szDecimalSep;
     fmt.lpThousandSep = szThousandSep;
     CHECK_WIN32_AS(T::NumberFormat(szNumber, &fmt, szBuffer, cchBufferMax), T::kTexts[kFormat]);
@@ -148,13 +169,13 @@ long FormatDigits(const XCHAR* szNumber, XCHAR* szBuffer, int cchBufferMax)
 }
 
 // The formatter may leave its output unterminated when it refuses, so a failure empties the result.
-template <typename XCHAR>
-CStringT<XCHAR> FormatDigits(const CStringT<XCHAR>& strDigits)
+template <typename XCHAR, typename DigitString>
+CStringT<XCHAR> FormatDigits(const DigitString& digits)
 {
     typedef TNumber<XCHAR> T;
     TAVO_FUNCTION(T::kFunction);
     CStringT<XCHAR> strNumber;
-    const HRESULT hr = FormatDigits(strDigits.GetString(), strNumber.GetBuffer(128), 128);
+    const HRESULT hr = FormatDigits(digits.GetString(), strNumber.GetBuffer(128), 128);
     VERIFY_HRESULT_AS(hr, T::kTexts[kValueForm]);
     strNumber.ReleaseBuffer(SUCCEEDED(hr) ? -1 : 0);
     return strNumber;
@@ -164,53 +185,56 @@ CStringT<XCHAR> FormatDigits(const CStringT<XCHAR>& strDigits)
 
 // ---- The family: every member prints its digits and formats them -----------------------------
 
-#define TAVO_NUMBER_MEMBERS(XCHAR, AW)                                                                 \
-    CStringT<XCHAR> FormatNumber##AW(int n) { return FormatDigits(Digits<XCHAR>(static_cast<__int64>(n))); } \
-    CStringT<XCHAR> FormatNumber##AW(unsigned int n)                                                   \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(static_cast<unsigned __int64>(n)));                          \
-    }                                                                                                  \
-    CStringT<XCHAR> FormatNumber##AW(unsigned long n)                                                  \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(static_cast<unsigned __int64>(n)));                          \
-    }                                                                                                  \
-    CStringT<XCHAR> FormatNumber##AW(__int64 n) { return FormatDigits(Digits<XCHAR>(n)); }              \
-    CStringT<XCHAR> FormatNumber##AW(unsigned __int64 n) { return FormatDigits(Digits<XCHAR>(n)); }     \
-    CStringT<XCHAR> FormatNumber##AW(double d, unsigned short nPrecision)                              \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(d, nPrecision));                                             \
-    }                                                                                                  \
-    CStringT<XCHAR> FormatNumber##AW(float f, unsigned short nPrecision)                               \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(static_cast<double>(f), nPrecision));                        \
-    }                                                                                                  \
-    long FormatNumber##AW(int n, XCHAR* szBuffer, int cchBufferMax)                                    \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(static_cast<__int64>(n)).GetString(), szBuffer, cchBufferMax); \
-    }                                                                                                  \
-    long FormatNumber##AW(unsigned int n, XCHAR* szBuffer, int cchBufferMax)                           \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(static_cast<unsigned __int64>(n)).GetString(), szBuffer, cchBufferMax); \
-    }                                                                                                  \
-    long FormatNumber##AW(unsigned long n, XCHAR* szBuffer, int cchBufferMax)                          \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(static_cast<unsigned __int64>(n)).GetString(), szBuffer, cchBufferMax); \
-    }                                                                                                  \
-    long FormatNumber##AW(__int64 n, XCHAR* szBuffer, int cchBufferMax)                                \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(n).GetString(), szBuffer, cchBufferMax);                     \
-    }                                                                                                  \
-    long FormatNumber##AW(unsigned __int64 n, XCHAR* szBuffer, int cchBufferMax)                       \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(n).GetString(), szBuffer, cchBufferMax);                     \
-    }                                                                                                  \
-    long FormatNumber##AW(double d, XCHAR* szBuffer, int cchBufferMax, unsigned short nPrecision)      \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(d, nPrecision).GetString(), szBuffer, cchBufferMax);         \
-    }                                                                                                  \
-    long FormatNumber##AW(float f, XCHAR* szBuffer, int cchBufferMax, unsigned short nPrecision)       \
-    {                                                                                                  \
-        return FormatDigits(Digits<XCHAR>(static_cast<double>(f), nPrecision).GetString(), szBuffer, cchBufferMax); \
+#define TAVO_NUMBER_MEMBERS(XCHAR, AW)                                                                              \
+    CStringT<XCHAR> FormatNumber##AW(int n) { return FormatDigits<XCHAR>(Digits<XCHAR>(static_cast<__int64>(n))); } \
+    CStringT<XCHAR> FormatNumber##AW(unsigned int n)                                                                \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(static_cast<unsigned __int64>(n)));                                \
+    }                                                                                                               \
+    CStringT<XCHAR> FormatNumber##AW(unsigned long n)                                                               \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(static_cast<unsigned __int64>(n)));                                \
+    }                                                                                                               \
+    CStringT<XCHAR> FormatNumber##AW(__int64 n) { return FormatDigits<XCHAR>(Digits<XCHAR>(n)); }                   \
+    CStringT<XCHAR> FormatNumber##AW(unsigned __int64 n) { return FormatDigits<XCHAR>(Digits<XCHAR>(n)); }          \
+    CStringT<XCHAR> FormatNumber##AW(double d, unsigned short nPrecision)                                           \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(d, nPrecision));                                                   \
+    }                                                                                                               \
+    CStringT<XCHAR> FormatNumber##AW(float f, unsigned short nPrecision)                                            \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(static_cast<double>(f), nPrecision));                              \
+    }                                                                                                               \
+    long FormatNumber##AW(int n, XCHAR* szBuffer, int cchBufferMax)                                                 \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(static_cast<__int64>(n)).GetString(), szBuffer, cchBufferMax);     \
+    }                                                                                                               \
+    long FormatNumber##AW(unsigned int n, XCHAR* szBuffer, int cchBufferMax)                                        \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(static_cast<unsigned __int64>(n)).GetString(), szBuffer,           \
+                                   cchBufferMax);                                                                   \
+    }                                                                                                               \
+    long FormatNumber##AW(unsigned long n, XCHAR* szBuffer, int cchBufferMax)                                       \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(static_cast<unsigned __int64>(n)).GetString(), szBuffer,           \
+                                   cchBufferMax);                                                                   \
+    }                                                                                                               \
+    long FormatNumber##AW(__int64 n, XCHAR* szBuffer, int cchBufferMax)                                             \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(n).GetString(), szBuffer, cchBufferMax);                           \
+    }                                                                                                               \
+    long FormatNumber##AW(unsigned __int64 n, XCHAR* szBuffer, int cchBufferMax)                                    \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(n).GetString(), szBuffer, cchBufferMax);                           \
+    }                                                                                                               \
+    long FormatNumber##AW(double d, XCHAR* szBuffer, int cchBufferMax, unsigned short nPrecision)                   \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(d, nPrecision).GetString(), szBuffer, cchBufferMax);               \
+    }                                                                                                               \
+    long FormatNumber##AW(float f, XCHAR* szBuffer, int cchBufferMax, unsigned short nPrecision)                    \
+    {                                                                                                               \
+        return FormatDigits<XCHAR>(Digits<XCHAR>(static_cast<double>(f), nPrecision).GetString(), szBuffer,         \
+                                   cchBufferMax);                                                                   \
     }
 
 TAVO_NUMBER_MEMBERS(wchar_t, W)

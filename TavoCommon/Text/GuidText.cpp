@@ -29,9 +29,14 @@ GUID GuidFromString(const wchar_t* szGuid)
         TAVO_TRACE(TRACE_ERROR, "Invalid NULL or empty string argument: szGuid");
         return guid;
     }
-    CStringW strGuid(szGuid);
-    if (szGuid[0] != L'{') strGuid = FormatStringW(L"{%s}", szGuid);
-    VERIFY_HRESULT(CLSIDFromString(strGuid, &guid));
+    // A braced text goes to the platform as it is; only one without its brace is copied.
+    const wchar_t* szBraced = szGuid;
+    CStringW strGuid;
+    if (szGuid[0] != L'{') {
+        strGuid = FormatStringW(L"{%s}", szGuid);
+        szBraced = strGuid;
+    }
+    VERIFY_HRESULT_AS(CLSIDFromString(szBraced, &guid), "CLSIDFromString(strGuid, &guid)");
     return guid;
 }
 
