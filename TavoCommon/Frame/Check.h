@@ -98,35 +98,22 @@ void VerifyHResultFailed(const char* szFile, const char* szFunction, int nLine, 
 #define CHECK_HRESULT(expr) CHECK_HRESULT_AS(expr, #expr)
 #define VERIFY_HRESULT(expr) VERIFY_HRESULT_AS(expr, #expr)
 
-// VERIFY_HRESULT that also hands the result on: a value form reports its buffer form's failure and
-// then decides by the result what to return.
-#define VERIFY_HRESULT_KEEP(hr, expr)                                                    \
-    do {                                                                                 \
-        (hr) = (expr);                                                                   \
-        if (FAILED(hr)) ::Tavo::Check::VerifyHResultFailed(TAVO_SITE, #expr, (hr));      \
-    } while (0)
-
 namespace Tavo {
 namespace Check {
 
-// The value of a buffer form run on a zeroed buffer: its text, or nothing of a refused rendering (the
-// platform may leave a cut text behind), the refusal reported as VERIFY_HRESULT reports it.
+// The text of a buffer form run on a zeroed buffer: the buffer, or nothing of a refused rendering
+// (the platform may leave a cut text behind), the refusal reported as VERIFY_HRESULT reports it.
 template <typename XCHAR>
-CStringT<XCHAR> BufferFormValue(const XCHAR* szBuffer, HRESULT hr, const char* szFile, const char* szFunction,
-                                int nLine, const char* szStamp, const char* szText)
+const XCHAR* BufferFormText(XCHAR* szBuffer, HRESULT hr, const char* szFile, const char* szFunction, int nLine,
+                            const char* szStamp, const char* szText)
 {
-    if (SUCCEEDED(hr)) return CStringT<XCHAR>(szBuffer);
+    if (SUCCEEDED(hr)) return szBuffer;
     VerifyHResultFailed(szFile, szFunction, nLine, szStamp, szText, hr);
-    return CStringT<XCHAR>();
+    szBuffer[0] = 0;
+    return szBuffer;
 }
 
 } // namespace Check
 } // namespace Tavo
-
-// A value form over its buffer form: `call` fills `szBuffer`, 128 characters, zeroed first.
-#define TAVO_RETURN_BUFFER_FORM_VALUE(XCHAR, call)                                            \
-    XCHAR szBuffer[128] = {};                                                                 \
-    const HRESULT tavoHrValue_ = (call);                                                      \
-    return ::Tavo::Check::BufferFormValue(szBuffer, tavoHrValue_, TAVO_SITE, #call)
 
 #endif

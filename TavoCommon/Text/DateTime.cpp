@@ -1,254 +1,215 @@
 // Dates and times for the user, in the patterns of the user's regional settings. Two cores, one
 // platform call each; every other form converts its moment and calls them. No zone arithmetic here:
-// a caller that wants the local clock converts first.
+// a caller that wants the local clock converts first. Both widths and the three kinds of moment run
+// the same templates; the traits below hold what differs, the texts of the lines included.
 #include "Check.h"
+#include "Join.h"
 #include "StrSafe.h"
 #include "TavoCommon.h"
 
 #include <stdlib.h>
 
-
 namespace Tavo {
-
-// ---- FormatDate -----------------------------------------------------------------------------
-
-long FormatDateW(const SYSTEMTIME& st, wchar_t* szBuffer, int cchBufferMax, bool bLong)
-{
-    TAVO_FUNCTION("Tavo::FormatDateW");
-    CHECK_WIN32(::GetDateFormatW(LOCALE_USER_DEFAULT, bLong ? DATE_LONGDATE : DATE_SHORTDATE, &st, NULL, szBuffer, cchBufferMax));
-    return S_OK;
-}
-
-long FormatDateA(const SYSTEMTIME& st, char* szBuffer, int cchBufferMax, bool bLong)
-{
-    TAVO_FUNCTION("Tavo::FormatDateA");
-    CHECK_WIN32(::GetDateFormatA(LOCALE_USER_DEFAULT, bLong ? DATE_LONGDATE : DATE_SHORTDATE, &st, NULL, szBuffer, cchBufferMax));
-    return S_OK;
-}
-
-long FormatDateW(const FILETIME& ft, wchar_t* szBuffer, int cchBufferMax, bool bLong)
-{
-    return Tavo::FormatDateW(Tavo::FileTimeToSystemTime(ft), szBuffer, cchBufferMax, bLong);
-}
-
-long FormatDateA(const FILETIME& ft, char* szBuffer, int cchBufferMax, bool bLong)
-{
-    return Tavo::FormatDateA(Tavo::FileTimeToSystemTime(ft), szBuffer, cchBufferMax, bLong);
-}
-
-long FormatDateW(Time time, wchar_t* szBuffer, int cchBufferMax, bool bLong)
-{
-    return Tavo::FormatDateW(Tavo::TimeToSystemTime(time), szBuffer, cchBufferMax, bLong);
-}
-
-long FormatDateA(Time time, char* szBuffer, int cchBufferMax, bool bLong)
-{
-    return Tavo::FormatDateA(Tavo::TimeToSystemTime(time), szBuffer, cchBufferMax, bLong);
-}
-
-CStringW FormatDateW(const SYSTEMTIME& st, bool bLong)
-{
-    TAVO_FUNCTION("Tavo::FormatDateW");
-    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatDateW(st, szBuffer, _countof(szBuffer), bLong));
-}
-
-CStringA FormatDateA(const SYSTEMTIME& st, bool bLong)
-{
-    TAVO_FUNCTION("Tavo::FormatDateA");
-    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatDateA(st, szBuffer, _countof(szBuffer), bLong));
-}
-
-CStringW FormatDateW(const FILETIME& ft, bool bLong)
-{
-    TAVO_FUNCTION("Tavo::FormatDateW");
-    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatDateW(ft, szBuffer, _countof(szBuffer), bLong));
-}
-
-CStringA FormatDateA(const FILETIME& ft, bool bLong)
-{
-    TAVO_FUNCTION("Tavo::FormatDateA");
-    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatDateA(ft, szBuffer, _countof(szBuffer), bLong));
-}
-
-CStringW FormatDateW(Time time, bool bLong)
-{
-    TAVO_FUNCTION("Tavo::FormatDateW");
-    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatDateW(time, szBuffer, _countof(szBuffer), bLong));
-}
-
-CStringA FormatDateA(Time time, bool bLong)
-{
-    TAVO_FUNCTION("Tavo::FormatDateA");
-    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatDateA(time, szBuffer, _countof(szBuffer), bLong));
-}
-
-// ---- FormatTime -----------------------------------------------------------------------------
-
-long FormatTimeW(const SYSTEMTIME& st, wchar_t* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeW");
-    CHECK_WIN32(::GetTimeFormatW(LOCALE_USER_DEFAULT, bSeconds ? 0 : TIME_NOSECONDS, &st, NULL, szBuffer, cchBufferMax));
-    return S_OK;
-}
-
-long FormatTimeA(const SYSTEMTIME& st, char* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeA");
-    CHECK_WIN32(::GetTimeFormatA(LOCALE_USER_DEFAULT, bSeconds ? 0 : TIME_NOSECONDS, &st, NULL, szBuffer, cchBufferMax));
-    return S_OK;
-}
-
-long FormatTimeW(const FILETIME& ft, wchar_t* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeW");
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeW(Tavo::FileTimeToSystemTime(ft), szBuffer, cchBufferMax, bSeconds));
-    return hr;
-}
-
-long FormatTimeA(const FILETIME& ft, char* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeA");
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeA(Tavo::FileTimeToSystemTime(ft), szBuffer, cchBufferMax, bSeconds));
-    return hr;
-}
-
-long FormatTimeW(Time time, wchar_t* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeW");
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeW(Tavo::TimeToSystemTime(time), szBuffer, cchBufferMax, bSeconds));
-    return hr;
-}
-
-long FormatTimeA(Time time, char* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeA");
-    long hr;
-    VERIFY_HRESULT_KEEP(hr, Tavo::FormatTimeA(Tavo::TimeToSystemTime(time), szBuffer, cchBufferMax, bSeconds));
-    return hr;
-}
-
-CStringW FormatTimeW(const SYSTEMTIME& st, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeW");
-    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatTimeW(st, szBuffer, _countof(szBuffer), bSeconds));
-}
-
-CStringA FormatTimeA(const SYSTEMTIME& st, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeA");
-    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatTimeA(st, szBuffer, _countof(szBuffer), bSeconds));
-}
-
-CStringW FormatTimeW(const FILETIME& ft, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeW");
-    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatTimeW(ft, szBuffer, _countof(szBuffer), bSeconds));
-}
-
-CStringA FormatTimeA(const FILETIME& ft, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeA");
-    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatTimeA(ft, szBuffer, _countof(szBuffer), bSeconds));
-}
-
-CStringW FormatTimeW(Time time, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeW");
-    TAVO_RETURN_BUFFER_FORM_VALUE(wchar_t, Tavo::FormatTimeW(time, szBuffer, _countof(szBuffer), bSeconds));
-}
-
-CStringA FormatTimeA(Time time, bool bSeconds)
-{
-    TAVO_FUNCTION("Tavo::FormatTimeA");
-    TAVO_RETURN_BUFFER_FORM_VALUE(char, Tavo::FormatTimeA(time, szBuffer, _countof(szBuffer), bSeconds));
-}
-
-// ---- FormatDateTime -------------------------------------------------------------------------
-// Always the short date, and one fixed blank whatever the locale. Each part gets the moment
-// unconverted; a part that fails is just empty.
-
 namespace {
 
-// Appended in place: one allocation fewer than a chain of temporaries.
-template <typename CString>
-CString JoinDateTime(CString strDate, const CString& strTime)
+// The moments a form takes, turned into the fields the platform formats, and the name the lines
+// give the argument.
+template <typename Moment> struct TMoment;
+
+template <> struct TMoment<SYSTEMTIME> {
+    static constexpr int kIndex = 0;
+    static const SYSTEMTIME& Fields(const SYSTEMTIME& st) { return st; }
+};
+
+template <> struct TMoment<FILETIME> {
+    static constexpr int kIndex = 1;
+    static SYSTEMTIME Fields(const FILETIME& ft) { return FileTimeToSystemTime(ft); }
+};
+
+template <> struct TMoment<Time> {
+    static constexpr int kIndex = 2;
+    static SYSTEMTIME Fields(Time time) { return TimeToSystemTime(time); }
+};
+
+// For each moment, in TMoment's order: the value forms' calls of their buffer forms, and the time
+// buffer forms' calls of the core after the conversion (none for SYSTEMTIME, which needs none).
+#define TAVO_VALUE_TEXTS(NAME, FLAG)                                                                   \
+    {NAME "(st, szBuffer, _countof(szBuffer), " FLAG ")", NAME "(ft, szBuffer, _countof(szBuffer), " FLAG ")", \
+     NAME "(time, szBuffer, _countof(szBuffer), " FLAG ")"}
+#define TAVO_CONVERTED_TEXTS(NAME)                                                                     \
+    {nullptr, NAME "(Tavo::FileTimeToSystemTime(ft), szBuffer, cchBufferMax, bSeconds)",                \
+     NAME "(Tavo::TimeToSystemTime(time), szBuffer, cchBufferMax, bSeconds)"}
+#define TAVO_DATE_TIME_TEXTS(AW)                                                                        \
+    static constexpr const char* kDate = "Tavo::FormatDate" AW;                                         \
+    static constexpr const char* kTime = "Tavo::FormatTime" AW;                                         \
+    static constexpr const char* kDateCore = "::GetDateFormat" AW "(LOCALE_USER_DEFAULT, bLong ? DATE_LONGDATE : " \
+                                             "DATE_SHORTDATE, &st, NULL, szBuffer, cchBufferMax)";      \
+    static constexpr const char* kTimeCore = "::GetTimeFormat" AW "(LOCALE_USER_DEFAULT, bSeconds ? 0 : " \
+                                             "TIME_NOSECONDS, &st, NULL, szBuffer, cchBufferMax)";      \
+    static constexpr const char* kDateValue[] = TAVO_VALUE_TEXTS("Tavo::FormatDate" AW, "bLong");       \
+    static constexpr const char* kTimeValue[] = TAVO_VALUE_TEXTS("Tavo::FormatTime" AW, "bSeconds");    \
+    static constexpr const char* kTimeConverted[] = TAVO_CONVERTED_TEXTS("Tavo::FormatTime" AW)
+
+template <typename XCHAR> struct TDateTime;
+
+template <> struct TDateTime<wchar_t> {
+    TAVO_DATE_TIME_TEXTS("W");
+    static int DateFormat(DWORD dwFlags, const SYSTEMTIME& st, wchar_t* sz, int cch)
+    {
+        return ::GetDateFormatW(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);
+    }
+    static int TimeFormat(DWORD dwFlags, const SYSTEMTIME& st, wchar_t* sz, int cch)
+    {
+        return ::GetTimeFormatW(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);
+    }
+    static HRESULT Copy(wchar_t* sz, int cch, const wchar_t* szText) { return StringCchCopyW(sz, cch, szText); }
+};
+
+template <> struct TDateTime<char> {
+    TAVO_DATE_TIME_TEXTS("A");
+    static int DateFormat(DWORD dwFlags, const SYSTEMTIME& st, char* sz, int cch)
+    {
+        return ::GetDateFormatA(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);
+    }
+    static int TimeFormat(DWORD dwFlags, const SYSTEMTIME& st, char* sz, int cch)
+    {
+        return ::GetTimeFormatA(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);
+    }
+    static HRESULT Copy(char* sz, int cch, const char* szText) { return StringCchCopyA(sz, cch, szText); }
+};
+
+#undef TAVO_DATE_TIME_TEXTS
+#undef TAVO_CONVERTED_TEXTS
+#undef TAVO_VALUE_TEXTS
+
+// ---- The cores and the buffer forms ------------------------------------------------------------
+
+template <typename XCHAR>
+long DateBuffer(const SYSTEMTIME& st, XCHAR* szBuffer, int cchBufferMax, bool bLong)
 {
-    strDate += static_cast<typename CString::XCHAR_T>(' ');
-    strDate += strTime;
-    return strDate;
+    typedef TDateTime<XCHAR> T;
+    TAVO_FUNCTION(T::kDate);
+    CHECK_WIN32_AS(T::DateFormat(bLong ? DATE_LONGDATE : DATE_SHORTDATE, st, szBuffer, cchBufferMax), T::kDateCore);
+    return S_OK;
+}
+
+template <typename XCHAR, typename Moment>
+long DateBuffer(const Moment& moment, XCHAR* szBuffer, int cchBufferMax, bool bLong)
+{
+    return DateBuffer(TMoment<Moment>::Fields(moment), szBuffer, cchBufferMax, bLong);
+}
+
+template <typename XCHAR>
+long TimeBuffer(const SYSTEMTIME& st, XCHAR* szBuffer, int cchBufferMax, bool bSeconds)
+{
+    typedef TDateTime<XCHAR> T;
+    TAVO_FUNCTION(T::kTime);
+    CHECK_WIN32_AS(T::TimeFormat(bSeconds ? 0 : TIME_NOSECONDS, st, szBuffer, cchBufferMax), T::kTimeCore);
+    return S_OK;
+}
+
+// Unlike the date's, the converting time forms report a failed core once more as their own.
+template <typename XCHAR, typename Moment>
+long TimeBuffer(const Moment& moment, XCHAR* szBuffer, int cchBufferMax, bool bSeconds)
+{
+    typedef TDateTime<XCHAR> T;
+    TAVO_FUNCTION(T::kTime);
+    const HRESULT hr = TimeBuffer(TMoment<Moment>::Fields(moment), szBuffer, cchBufferMax, bSeconds);
+    VERIFY_HRESULT_AS(hr, T::kTimeConverted[TMoment<Moment>::kIndex]);
+    return hr;
+}
+
+// ---- The value forms: the text in 128 characters of the caller's, zeroed first -----------------
+
+template <typename XCHAR, typename Moment>
+const XCHAR* DateText(const Moment& moment, bool bLong, XCHAR (&szBuffer)[128])
+{
+    typedef TDateTime<XCHAR> T;
+    TAVO_FUNCTION(T::kDate);
+    const HRESULT hr = DateBuffer(moment, szBuffer, _countof(szBuffer), bLong);
+    return Check::BufferFormText(szBuffer, hr, TAVO_SITE, T::kDateValue[TMoment<Moment>::kIndex]);
+}
+
+template <typename XCHAR, typename Moment>
+const XCHAR* TimeText(const Moment& moment, bool bSeconds, XCHAR (&szBuffer)[128])
+{
+    typedef TDateTime<XCHAR> T;
+    TAVO_FUNCTION(T::kTime);
+    const HRESULT hr = TimeBuffer(moment, szBuffer, _countof(szBuffer), bSeconds);
+    return Check::BufferFormText(szBuffer, hr, TAVO_SITE, T::kTimeValue[TMoment<Moment>::kIndex]);
+}
+
+template <typename XCHAR, typename Moment>
+CStringT<XCHAR> DateValue(const Moment& moment, bool bLong)
+{
+    XCHAR szBuffer[128] = {};
+    return DateText(moment, bLong, szBuffer);
+}
+
+template <typename XCHAR, typename Moment>
+CStringT<XCHAR> TimeValue(const Moment& moment, bool bSeconds)
+{
+    XCHAR szBuffer[128] = {};
+    return TimeText(moment, bSeconds, szBuffer);
+}
+
+// ---- FormatDateTime ----------------------------------------------------------------------------
+// Always the short date, and one fixed blank whatever the locale. Each part gets the moment
+// unconverted; a part that fails is just empty. The time is asked first. The two texts stay on the
+// stack: the result is the one heap block.
+
+template <typename XCHAR, typename Moment>
+CStringT<XCHAR> DateTimeValue(const Moment& moment, bool bSeconds)
+{
+    XCHAR szTime[128] = {}, szDate[128] = {};
+    TimeText(moment, bSeconds, szTime);
+    DateText(moment, false, szDate);
+    return JoinText(szDate, TStringTraits<XCHAR>::Length(szDate), static_cast<XCHAR>(' '), szTime,
+                    TStringTraits<XCHAR>::Length(szTime));
+}
+
+// The copy's own result is the answer; nothing is reported. A narrow text of a FILETIME or a Time
+// comes from the wide one, in the thread's code page.
+template <typename XCHAR, typename Moment>
+long DateTimeBuffer(const Moment& moment, XCHAR* szBuffer, int cchBufferMax, bool bSeconds)
+{
+    if constexpr (sizeof(XCHAR) == 1 && TMoment<Moment>::kIndex != 0)
+        return StringCchCopyA(szBuffer, cchBufferMax, CStringA(DateTimeValue<wchar_t>(moment, bSeconds)));
+    else
+        return TDateTime<XCHAR>::Copy(szBuffer, cchBufferMax, DateTimeValue<XCHAR>(moment, bSeconds));
 }
 
 } // namespace
 
-CStringW FormatDateTimeW(const SYSTEMTIME& st, bool bSeconds)
-{
-    const CStringW strTime = Tavo::FormatTimeW(st, bSeconds);
-    return JoinDateTime(Tavo::FormatDateW(st, false), strTime);
-}
+// ---- The family: every form of each width and moment -------------------------------------------
 
-CStringA FormatDateTimeA(const SYSTEMTIME& st, bool bSeconds)
-{
-    const CStringA strTime = Tavo::FormatTimeA(st, bSeconds);
-    return JoinDateTime(Tavo::FormatDateA(st, false), strTime);
-}
+#define TAVO_DATE_TIME_MEMBERS(XCHAR, AW, MOMENT)                                                      \
+    long FormatDate##AW(MOMENT moment, XCHAR* szBuffer, int cchBufferMax, bool bLong)                  \
+    {                                                                                                  \
+        return DateBuffer(moment, szBuffer, cchBufferMax, bLong);                                      \
+    }                                                                                                  \
+    CStringT<XCHAR> FormatDate##AW(MOMENT moment, bool bLong) { return DateValue<XCHAR>(moment, bLong); } \
+    long FormatTime##AW(MOMENT moment, XCHAR* szBuffer, int cchBufferMax, bool bSeconds)               \
+    {                                                                                                  \
+        return TimeBuffer(moment, szBuffer, cchBufferMax, bSeconds);                                   \
+    }                                                                                                  \
+    CStringT<XCHAR> FormatTime##AW(MOMENT moment, bool bSeconds) { return TimeValue<XCHAR>(moment, bSeconds); } \
+    CStringT<XCHAR> FormatDateTime##AW(MOMENT moment, bool bSeconds)                                   \
+    {                                                                                                  \
+        return DateTimeValue<XCHAR>(moment, bSeconds);                                                 \
+    }                                                                                                  \
+    long FormatDateTime##AW(MOMENT moment, XCHAR* szBuffer, int cchBufferMax, bool bSeconds)           \
+    {                                                                                                  \
+        return DateTimeBuffer(moment, szBuffer, cchBufferMax, bSeconds);                               \
+    }
 
-CStringW FormatDateTimeW(const FILETIME& ft, bool bSeconds)
-{
-    const CStringW strTime = Tavo::FormatTimeW(ft, bSeconds);
-    return JoinDateTime(Tavo::FormatDateW(ft, false), strTime);
-}
+TAVO_DATE_TIME_MEMBERS(wchar_t, W, const SYSTEMTIME&)
+TAVO_DATE_TIME_MEMBERS(wchar_t, W, const FILETIME&)
+TAVO_DATE_TIME_MEMBERS(wchar_t, W, Time)
+TAVO_DATE_TIME_MEMBERS(char, A, const SYSTEMTIME&)
+TAVO_DATE_TIME_MEMBERS(char, A, const FILETIME&)
+TAVO_DATE_TIME_MEMBERS(char, A, Time)
 
-CStringA FormatDateTimeA(const FILETIME& ft, bool bSeconds)
-{
-    const CStringA strTime = Tavo::FormatTimeA(ft, bSeconds);
-    return JoinDateTime(Tavo::FormatDateA(ft, false), strTime);
-}
-
-CStringW FormatDateTimeW(Time time, bool bSeconds)
-{
-    const CStringW strTime = Tavo::FormatTimeW(time, bSeconds);
-    return JoinDateTime(Tavo::FormatDateW(time, false), strTime);
-}
-
-CStringA FormatDateTimeA(Time time, bool bSeconds)
-{
-    const CStringA strTime = Tavo::FormatTimeA(time, bSeconds);
-    return JoinDateTime(Tavo::FormatDateA(time, false), strTime);
-}
-
-// The copy's own result is the answer; nothing is reported.
-long FormatDateTimeW(const SYSTEMTIME& st, wchar_t* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    return ::StringCchCopyW(szBuffer, cchBufferMax, Tavo::FormatDateTimeW(st, bSeconds));
-}
-
-long FormatDateTimeA(const SYSTEMTIME& st, char* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    return ::StringCchCopyA(szBuffer, cchBufferMax, Tavo::FormatDateTimeA(st, bSeconds));
-}
-
-long FormatDateTimeW(const FILETIME& ft, wchar_t* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    return ::StringCchCopyW(szBuffer, cchBufferMax, Tavo::FormatDateTimeW(ft, bSeconds));
-}
-
-// The narrow text comes from the wide one, in the thread's code page.
-long FormatDateTimeA(const FILETIME& ft, char* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    return ::StringCchCopyA(szBuffer, cchBufferMax, CStringA(Tavo::FormatDateTimeW(ft, bSeconds)));
-}
-
-long FormatDateTimeW(Time time, wchar_t* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    return ::StringCchCopyW(szBuffer, cchBufferMax, Tavo::FormatDateTimeW(time, bSeconds));
-}
-
-long FormatDateTimeA(Time time, char* szBuffer, int cchBufferMax, bool bSeconds)
-{
-    return ::StringCchCopyA(szBuffer, cchBufferMax, CStringA(Tavo::FormatDateTimeW(time, bSeconds)));
-}
+#undef TAVO_DATE_TIME_MEMBERS
 
 } // namespace Tavo

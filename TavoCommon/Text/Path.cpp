@@ -2,6 +2,7 @@
 // The narrow forms walk double-byte characters of the calling thread's ANSI code page, the code
 // page of every narrow text of the library, so that a trail byte equal to '\' or '.' is neither.
 #include "Check.h"
+#include "Join.h"
 #include "TavoCommon.h"
 
 #include <shlwapi.h>
@@ -93,14 +94,7 @@ template <typename XCHAR>
 CStringT<XCHAR> Join(const XCHAR* szPath, int cchPath, const XCHAR* szFile)
 {
     while (*szFile == '\\') ++szFile;
-    const int cchFile = TStringTraits<XCHAR>::Length(szFile);
-    CStringT<XCHAR> strResult;
-    XCHAR* p = strResult.GetBuffer(cchPath + 1 + cchFile);
-    memcpy(p, szPath, cchPath * sizeof(XCHAR));
-    p[cchPath] = '\\';
-    memcpy(p + cchPath + 1, szFile, cchFile * sizeof(XCHAR));
-    strResult.ReleaseBuffer(cchPath + 1 + cchFile);
-    return strResult;
+    return JoinText(szPath, cchPath, static_cast<XCHAR>('\\'), szFile, TStringTraits<XCHAR>::Length(szFile));
 }
 
 HRESULT _CreateDirectory(const CStringW& strDirectory)
