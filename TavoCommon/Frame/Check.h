@@ -80,11 +80,11 @@ void VerifyHResultFailed(const char* szFile, const char* szFunction, int nLine, 
         if (FAILED(tavoHr_)) return ::Tavo::Check::HResultFailed(TAVO_SITE, text, tavoHr_); \
     } while (0)
 
-#define VERIFY_WIN32(expr)                                                       \
+#define VERIFY_WIN32_AS(expr, text)                                              \
     do {                                                                         \
         if (!(expr)) {                                                           \
             const DWORD tavoError_ = ::GetLastError();                           \
-            ::Tavo::Check::VerifyWin32Failed(TAVO_SITE, #expr, tavoError_);      \
+            ::Tavo::Check::VerifyWin32Failed(TAVO_SITE, text, tavoError_);       \
         }                                                                        \
     } while (0)
 
@@ -96,6 +96,7 @@ void VerifyHResultFailed(const char* szFile, const char* szFunction, int nLine, 
 
 #define CHECK_WIN32(expr) CHECK_WIN32_AS(expr, #expr)
 #define CHECK_HRESULT(expr) CHECK_HRESULT_AS(expr, #expr)
+#define VERIFY_WIN32(expr) VERIFY_WIN32_AS(expr, #expr)
 #define VERIFY_HRESULT(expr) VERIFY_HRESULT_AS(expr, #expr)
 
 namespace Tavo {

@@ -69,20 +69,18 @@ HRESULT StringCchVPrintfA(char* pszDest, size_t cchDest, const char* pszFormat, 
     return BoundedPrint(pszDest, cchDest, pszFormat, args);
 }
 
-HRESULT StringCchPrintfW(wchar_t* pszDest, size_t cchDest, const wchar_t* pszFormat, ...)
-{
-    va_list args;
-    va_start(args, pszFormat);
-    HRESULT hr = StringCchVPrintfW(pszDest, cchDest, pszFormat, args);
-    va_end(args);
-    return hr;
-}
+// The variadic entries hand their arguments on as a va_list.
+#define TAVO_BOUNDED_PRINT(XCHAR, AW)                                                                  \
+    HRESULT StringCchPrintf##AW(XCHAR* pszDest, size_t cchDest, const XCHAR* pszFormat, ...)           \
+    {                                                                                                  \
+        va_list args;                                                                                  \
+        va_start(args, pszFormat);                                                                     \
+        HRESULT hr = BoundedPrint(pszDest, cchDest, pszFormat, args);                                  \
+        va_end(args);                                                                                  \
+        return hr;                                                                                     \
+    }
 
-HRESULT StringCchPrintfA(char* pszDest, size_t cchDest, const char* pszFormat, ...)
-{
-    va_list args;
-    va_start(args, pszFormat);
-    HRESULT hr = StringCchVPrintfA(pszDest, cchDest, pszFormat, args);
-    va_end(args);
-    return hr;
-}
+TAVO_BOUNDED_PRINT(wchar_t, W)
+TAVO_BOUNDED_PRINT(char, A)
+
+#undef TAVO_BOUNDED_PRINT

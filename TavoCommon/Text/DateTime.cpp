@@ -39,46 +39,36 @@ template <> struct TMoment<Time> {
 #define TAVO_CONVERTED_TEXTS(NAME)                                                                     \
     {nullptr, NAME "(Tavo::FileTimeToSystemTime(ft), szBuffer, cchBufferMax, bSeconds)",                \
      NAME "(Tavo::TimeToSystemTime(time), szBuffer, cchBufferMax, bSeconds)"}
-#define TAVO_DATE_TIME_TEXTS(AW)                                                                        \
-    static constexpr const char* kDate = "Tavo::FormatDate" AW;                                         \
-    static constexpr const char* kTime = "Tavo::FormatTime" AW;                                         \
-    static constexpr const char* kDateCore = "::GetDateFormat" AW "(LOCALE_USER_DEFAULT, bLong ? DATE_LONGDATE : " \
-                                             "DATE_SHORTDATE, &st, NULL, szBuffer, cchBufferMax)";      \
-    static constexpr const char* kTimeCore = "::GetTimeFormat" AW "(LOCALE_USER_DEFAULT, bSeconds ? 0 : " \
-                                             "TIME_NOSECONDS, &st, NULL, szBuffer, cchBufferMax)";      \
-    static constexpr const char* kDateValue[] = TAVO_VALUE_TEXTS("Tavo::FormatDate" AW, "bLong");       \
-    static constexpr const char* kTimeValue[] = TAVO_VALUE_TEXTS("Tavo::FormatTime" AW, "bSeconds");    \
-    static constexpr const char* kTimeConverted[] = TAVO_CONVERTED_TEXTS("Tavo::FormatTime" AW)
 
+// What the two widths differ in: the platform calls, the names and the texts of the lines.
 template <typename XCHAR> struct TDateTime;
 
-template <> struct TDateTime<wchar_t> {
-    TAVO_DATE_TIME_TEXTS("W");
-    static int DateFormat(DWORD dwFlags, const SYSTEMTIME& st, wchar_t* sz, int cch)
-    {
-        return ::GetDateFormatW(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);
-    }
-    static int TimeFormat(DWORD dwFlags, const SYSTEMTIME& st, wchar_t* sz, int cch)
-    {
-        return ::GetTimeFormatW(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);
-    }
-    static HRESULT Copy(wchar_t* sz, int cch, const wchar_t* szText) { return StringCchCopyW(sz, cch, szText); }
-};
+#define TAVO_DATE_TIME_TRAITS(XCHAR, AW)                                                               \
+    template <> struct TDateTime<XCHAR> {                                                              \
+        static constexpr const char* kDate = "Tavo::FormatDate" #AW;                                   \
+        static constexpr const char* kTime = "Tavo::FormatTime" #AW;                                   \
+        static constexpr const char* kDateCore = "::GetDateFormat" #AW "(LOCALE_USER_DEFAULT, bLong ? " \
+                                                 "DATE_LONGDATE : DATE_SHORTDATE, &st, NULL, szBuffer, cchBufferMax)"; \
+        static constexpr const char* kTimeCore = "::GetTimeFormat" #AW "(LOCALE_USER_DEFAULT, bSeconds ? 0 : " \
+                                                 "TIME_NOSECONDS, &st, NULL, szBuffer, cchBufferMax)";  \
+        static constexpr const char* kDateValue[] = TAVO_VALUE_TEXTS("Tavo::FormatDate" #AW, "bLong");  \
+        static constexpr const char* kTimeValue[] = TAVO_VALUE_TEXTS("Tavo::FormatTime" #AW, "bSeconds"); \
+        static constexpr const char* kTimeConverted[] = TAVO_CONVERTED_TEXTS("Tavo::FormatTime" #AW);  \
+        static int DateFormat(DWORD dwFlags, const SYSTEMTIME& st, XCHAR* sz, int cch)                 \
+        {                                                                                              \
+            return ::GetDateFormat##AW(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);              \
+        }                                                                                              \
+        static int TimeFormat(DWORD dwFlags, const SYSTEMTIME& st, XCHAR* sz, int cch)                 \
+        {                                                                                              \
+            return ::GetTimeFormat##AW(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);              \
+        }                                                                                              \
+        static HRESULT Copy(XCHAR* sz, int cch, const XCHAR* szText) { return StringCchCopy##AW(sz, cch, szText); } \
+    };
 
-template <> struct TDateTime<char> {
-    TAVO_DATE_TIME_TEXTS("A");
-    static int DateFormat(DWORD dwFlags, const SYSTEMTIME& st, char* sz, int cch)
-    {
-        return ::GetDateFormatA(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);
-    }
-    static int TimeFormat(DWORD dwFlags, const SYSTEMTIME& st, char* sz, int cch)
-    {
-        return ::GetTimeFormatA(LOCALE_USER_DEFAULT, dwFlags, &st, NULL, sz, cch);
-    }
-    static HRESULT Copy(char* sz, int cch, const char* szText) { return StringCchCopyA(sz, cch, szText); }
-};
+TAVO_DATE_TIME_TRAITS(wchar_t, W)
+TAVO_DATE_TIME_TRAITS(char, A)
 
-#undef TAVO_DATE_TIME_TEXTS
+#undef TAVO_DATE_TIME_TRAITS
 #undef TAVO_CONVERTED_TEXTS
 #undef TAVO_VALUE_TEXTS
 
@@ -121,22 +111,24 @@ long TimeBuffer(const Moment& moment, XCHAR* szBuffer, int cchBufferMax, bool bS
 
 // ---- The value forms: the text in 128 characters of the caller's, zeroed first -----------------
 
+template <typename XCHAR, typename Fill>
+const XCHAR* ValueText(XCHAR (&szBuffer)[128], Fill fill, const char* const tavoFunctionName_, const char* szText)
+{
+    return Check::BufferFormText(szBuffer, fill(szBuffer, static_cast<int>(_countof(szBuffer))), TAVO_SITE, szText);
+}
+
 template <typename XCHAR, typename Moment>
 const XCHAR* DateText(const Moment& moment, bool bLong, XCHAR (&szBuffer)[128])
 {
-    typedef TDateTime<XCHAR> T;
-    TAVO_FUNCTION(T::kDate);
-    const HRESULT hr = DateBuffer(moment, szBuffer, _countof(szBuffer), bLong);
-    return Check::BufferFormText(szBuffer, hr, TAVO_SITE, T::kDateValue[TMoment<Moment>::kIndex]);
+    const auto fill = [&](XCHAR* sz, int cch) { return DateBuffer(moment, sz, cch, bLong); };
+    return ValueText(szBuffer, fill, TDateTime<XCHAR>::kDate, TDateTime<XCHAR>::kDateValue[TMoment<Moment>::kIndex]);
 }
 
 template <typename XCHAR, typename Moment>
 const XCHAR* TimeText(const Moment& moment, bool bSeconds, XCHAR (&szBuffer)[128])
 {
-    typedef TDateTime<XCHAR> T;
-    TAVO_FUNCTION(T::kTime);
-    const HRESULT hr = TimeBuffer(moment, szBuffer, _countof(szBuffer), bSeconds);
-    return Check::BufferFormText(szBuffer, hr, TAVO_SITE, T::kTimeValue[TMoment<Moment>::kIndex]);
+    const auto fill = [&](XCHAR* sz, int cch) { return TimeBuffer(moment, sz, cch, bSeconds); };
+    return ValueText(szBuffer, fill, TDateTime<XCHAR>::kTime, TDateTime<XCHAR>::kTimeValue[TMoment<Moment>::kIndex]);
 }
 
 template <typename XCHAR, typename Moment>

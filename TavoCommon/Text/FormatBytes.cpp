@@ -30,22 +30,6 @@ CStringW FormatBytesW(unsigned __int64 lBytes)
 
 CStringA FormatBytesA(unsigned __int64 lBytes) { return CStringA(Tavo::FormatBytesW(lBytes)); }
 
-long FormatBytesW(unsigned __int64 lBytes, wchar_t* szBuffer, int cchBufferMax)
-{
-    TAVO_FUNCTION("Tavo::FormatBytesW");
-    CHECK_POINTER(szBuffer);
-    CHECK_HRESULT(StringCchCopyW(szBuffer, cchBufferMax, Tavo::FormatBytesW(lBytes)));
-    return S_OK;
-}
-
-long FormatBytesA(unsigned __int64 lBytes, char* szBuffer, int cchBufferMax)
-{
-    TAVO_FUNCTION("Tavo::FormatBytesA");
-    CHECK_POINTER(szBuffer);
-    CHECK_HRESULT(StringCchCopyA(szBuffer, cchBufferMax, Tavo::FormatBytesA(lBytes)));
-    return S_OK;
-}
-
 // Plain decimal fields, never grouped: a version is no quantity.
 CStringW FormatVersionW(unsigned __int64 lVersion, unsigned short nPrecision)
 {
@@ -62,22 +46,74 @@ CStringA FormatVersionA(unsigned __int64 lVersion, unsigned short nPrecision)
     return CStringA(Tavo::FormatVersionW(lVersion, nPrecision));
 }
 
-long FormatVersionW(unsigned __int64 lVersion, wchar_t* szBuffer, int cchBufferMax, unsigned short nPrecision)
+namespace {
+
+// The buffer forms of both widths: what differs is the value form they copy and the texts.
+template <typename XCHAR> struct TSizeText;
+
+#define TAVO_SIZE_TEXT_TRAITS(XCHAR, AW)                                                               \
+    template <> struct TSizeText<XCHAR> {                                                              \
+        static constexpr const char* kBytes = "Tavo::FormatBytes" #AW;                                 \
+        static constexpr const char* kBytesCopy =                                                      \
+            "StringCchCopy" #AW "(szBuffer, cchBufferMax, Tavo::FormatBytes" #AW "(lBytes))";          \
+        static constexpr const char* kVersion = "Tavo::FormatVersion" #AW;                             \
+        static constexpr const char* kVersionCopy =                                                    \
+            "::StringCchCopy" #AW "(szBuffer, cchBufferMax, Tavo::FormatVersion" #AW "(lVersion, nPrecision))"; \
+        static CStringT<XCHAR> Bytes(unsigned __int64 lBytes) { return FormatBytes##AW(lBytes); }      \
+        static CStringT<XCHAR> Version(unsigned __int64 lVersion, unsigned short nPrecision)           \
+        {                                                                                              \
+            return FormatVersion##AW(lVersion, nPrecision);                                            \
+        }                                                                                              \
+        static HRESULT Copy(XCHAR* sz, int cch, const XCHAR* szText) { return StringCchCopy##AW(sz, cch, szText); } \
+    };
+
+TAVO_SIZE_TEXT_TRAITS(wchar_t, W)
+TAVO_SIZE_TEXT_TRAITS(char, A)
+
+#undef TAVO_SIZE_TEXT_TRAITS
+
+template <typename XCHAR>
+long BytesBuffer(unsigned __int64 lBytes, XCHAR* szBuffer, int cchBufferMax)
 {
-    TAVO_FUNCTION("Tavo::FormatVersionW");
+    typedef TSizeText<XCHAR> T;
+    TAVO_FUNCTION(T::kBytes);
+    CHECK_POINTER(szBuffer);
+    CHECK_HRESULT_AS(T::Copy(szBuffer, cchBufferMax, T::Bytes(lBytes)), T::kBytesCopy);
+    return S_OK;
+}
+
+// A zero size is refused before the copy, with the last error as the thread has it.
+template <typename XCHAR>
+long VersionBuffer(unsigned __int64 lVersion, XCHAR* szBuffer, int cchBufferMax, unsigned short nPrecision)
+{
+    typedef TSizeText<XCHAR> T;
+    TAVO_FUNCTION(T::kVersion);
     CHECK_POINTER(szBuffer);
     CHECK_WIN32(cchBufferMax);
-    CHECK_HRESULT(::StringCchCopyW(szBuffer, cchBufferMax, Tavo::FormatVersionW(lVersion, nPrecision)));
+    CHECK_HRESULT_AS(T::Copy(szBuffer, cchBufferMax, T::Version(lVersion, nPrecision)), T::kVersionCopy);
     return S_OK;
+}
+
+} // namespace
+
+long FormatBytesW(unsigned __int64 lBytes, wchar_t* szBuffer, int cchBufferMax)
+{
+    return BytesBuffer(lBytes, szBuffer, cchBufferMax);
+}
+
+long FormatBytesA(unsigned __int64 lBytes, char* szBuffer, int cchBufferMax)
+{
+    return BytesBuffer(lBytes, szBuffer, cchBufferMax);
+}
+
+long FormatVersionW(unsigned __int64 lVersion, wchar_t* szBuffer, int cchBufferMax, unsigned short nPrecision)
+{
+    return VersionBuffer(lVersion, szBuffer, cchBufferMax, nPrecision);
 }
 
 long FormatVersionA(unsigned __int64 lVersion, char* szBuffer, int cchBufferMax, unsigned short nPrecision)
 {
-    TAVO_FUNCTION("Tavo::FormatVersionA");
-    CHECK_POINTER(szBuffer);
-    CHECK_WIN32(cchBufferMax);
-    CHECK_HRESULT(::StringCchCopyA(szBuffer, cchBufferMax, Tavo::FormatVersionA(lVersion, nPrecision)));
-    return S_OK;
+    return VersionBuffer(lVersion, szBuffer, cchBufferMax, nPrecision);
 }
 
 } // namespace Tavo

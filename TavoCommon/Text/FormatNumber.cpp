@@ -31,44 +31,31 @@ enum { kLeadingZero, kNegativeOrder, kDecimalSep, kThousandSep, kGrouping, kForm
 // The two widths differ in the platform calls, the literals and the texts of their lines.
 template <typename XCHAR> struct TNumber;
 
-template <> struct TNumber<wchar_t> {
-    typedef NUMBERFMTW Format;
-    static constexpr const char* kFunction = "Tavo::FormatNumberW";
-    static constexpr const char* kTexts[] = TAVO_NUMBER_TEXTS("W", "LPWSTR");
-    static constexpr const wchar_t* kSigned = L"%I64d";
-    static constexpr const wchar_t* kUnsigned = L"%I64u";
-    static constexpr const wchar_t* kPrecision = L"%%.%huf";
-    static int LocaleInfo(LCTYPE type, wchar_t* sz, int cch)
-    {
-        return ::GetLocaleInfoW(LOCALE_USER_DEFAULT, type, sz, cch);
-    }
-    static int NumberFormat(const wchar_t* szNumber, const Format* pFormat, wchar_t* szBuffer, int cch)
-    {
-        return ::GetNumberFormatW(LOCALE_USER_DEFAULT, 0, szNumber, pFormat, szBuffer, cch);
-    }
-    static unsigned long ReadUnsigned(const wchar_t* sz) { return wcstoul(sz, nullptr, 10); }
-    static constexpr HRESULT (*Print)(wchar_t*, size_t, const wchar_t*, ...) = StringCchPrintfW;
-};
+// LITERAL is the prefix of the width's literals (L or nothing), READ the run-time's number reader.
+#define TAVO_NUMBER_TRAITS(XCHAR, AW, LITERAL, LPTSTR, READ)                                           \
+    template <> struct TNumber<XCHAR> {                                                                \
+        typedef NUMBERFMT##AW Format;                                                                  \
+        static constexpr const char* kFunction = "Tavo::FormatNumber" #AW;                             \
+        static constexpr const char* kTexts[] = TAVO_NUMBER_TEXTS(#AW, #LPTSTR);                       \
+        static constexpr const XCHAR* kSigned = LITERAL##"%I64d";                                      \
+        static constexpr const XCHAR* kUnsigned = LITERAL##"%I64u";                                    \
+        static constexpr const XCHAR* kPrecision = LITERAL##"%%.%huf";                                 \
+        static int LocaleInfo(LCTYPE type, XCHAR* sz, int cch)                                         \
+        {                                                                                              \
+            return ::GetLocaleInfo##AW(LOCALE_USER_DEFAULT, type, sz, cch);                            \
+        }                                                                                              \
+        static int NumberFormat(const XCHAR* szNumber, const Format* pFormat, XCHAR* szBuffer, int cch) \
+        {                                                                                              \
+            return ::GetNumberFormat##AW(LOCALE_USER_DEFAULT, 0, szNumber, pFormat, szBuffer, cch);    \
+        }                                                                                              \
+        static unsigned long ReadUnsigned(const XCHAR* sz) { return READ(sz, nullptr, 10); }           \
+        static constexpr HRESULT (*Print)(XCHAR*, size_t, const XCHAR*, ...) = StringCchPrintf##AW;    \
+    };
 
-template <> struct TNumber<char> {
-    typedef NUMBERFMTA Format;
-    static constexpr const char* kFunction = "Tavo::FormatNumberA";
-    static constexpr const char* kTexts[] = TAVO_NUMBER_TEXTS("A", "LPSTR");
-    static constexpr const char* kSigned = "%I64d";
-    static constexpr const char* kUnsigned = "%I64u";
-    static constexpr const char* kPrecision = "%%.%huf";
-    static int LocaleInfo(LCTYPE type, char* sz, int cch)
-    {
-        return ::GetLocaleInfoA(LOCALE_USER_DEFAULT, type, sz, cch);
-    }
-    static int NumberFormat(const char* szNumber, const Format* pFormat, char* szBuffer, int cch)
-    {
-        return ::GetNumberFormatA(LOCALE_USER_DEFAULT, 0, szNumber, pFormat, szBuffer, cch);
-    }
-    static unsigned long ReadUnsigned(const char* sz) { return strtoul(sz, nullptr, 10); }
-    static constexpr HRESULT (*Print)(char*, size_t, const char*, ...) = StringCchPrintfA;
-};
+TAVO_NUMBER_TRAITS(wchar_t, W, L, LPWSTR, wcstoul)
+TAVO_NUMBER_TRAITS(char, A, , LPSTR, strtoul)
 
+#undef TAVO_NUMBER_TRAITS
 #undef TAVO_NUMBER_TEXTS
 #undef TAVO_USER_LOCALE_CALL
 

@@ -176,6 +176,32 @@ Time FileTimeToTime(const FILETIME& ft)
     return SystemTimeToTime(FileTimeToSystemTime(ft));
 }
 
+namespace {
+
+// A platform conversion of one shape into another, into zeroes: a failure leaves the zeroes and a
+// soft-check line under the exported form's name and text.
+template <typename To, typename From, typename Convert>
+To ConvertedOrZero(const From& from, Convert convert, const char* const tavoFunctionName_, const char* szText)
+{
+    To to = {};
+    VERIFY_WIN32_AS(convert(&from, &to), szText);
+    return to;
+}
+
+// A moment split into fields by one clock and encoded again by the other; a failed split is
+// reported and its zeroed fields encoded.
+template <typename Split, typename Encode>
+Time Reread(Time time, Split split, Encode encode, const char* const tavoFunctionName_)
+{
+    struct tm tm = {};
+    const errno_t err = split(&tm, &time);
+    VERIFY_WIN32(0 == err);
+    tm.tm_isdst = -1;
+    return encode(&tm);
+}
+
+} // namespace
+
 FILETIME TimeToFileTime(Time time)
 {
     // Unsigned arithmetic: the same bits as the signed sum, without overflow being undefined.
@@ -188,18 +214,14 @@ FILETIME TimeToFileTime(Time time)
 
 FILETIME SystemTimeToFileTime(const SYSTEMTIME& st)
 {
-    TAVO_FUNCTION("Tavo::SystemTimeToFileTime");
-    FILETIME ft = {};
-    VERIFY_WIN32(::SystemTimeToFileTime(&st, &ft));
-    return ft;
+    return ConvertedOrZero<FILETIME>(st, &::SystemTimeToFileTime, "Tavo::SystemTimeToFileTime",
+                                     "::SystemTimeToFileTime(&st, &ft)");
 }
 
 SYSTEMTIME FileTimeToSystemTime(const FILETIME& ft)
 {
-    TAVO_FUNCTION("Tavo::FileTimeToSystemTime");
-    SYSTEMTIME st = {};
-    VERIFY_WIN32(::FileTimeToSystemTime(&ft, &st));
-    return st;
+    return ConvertedOrZero<SYSTEMTIME>(ft, &::FileTimeToSystemTime, "Tavo::FileTimeToSystemTime",
+                                       "::FileTimeToSystemTime(&ft, &st)");
 }
 
 Time MakeTime(int nYear, int nMonth, int nDay, int nHour, int nMin, int nSec)
@@ -246,55 +268,47 @@ Time DosTimeToTime(unsigned short wDosDate, unsigned short wDosTime)
 
 Time UniversalToLocalTime(Time time)
 {
-    TAVO_FUNCTION("Tavo::UniversalToLocalTime");
-    struct tm tm = {};
-    const errno_t err = _localtime64_s(&tm, &time);
-    VERIFY_WIN32(0 == err);
-    tm.tm_isdst = -1;
     // The local wall clock encoded as though it were UTC.
-    return _mkgmtime64(&tm);
+    const auto split = [](struct tm* ptm, const Time* ptime) { return _localtime64_s(ptm, ptime); };
+    const auto encode = [](struct tm* ptm) { return _mkgmtime64(ptm); };
+    return Reread(time, split, encode, "Tavo::UniversalToLocalTime");
 }
 
 Time LocalToUniversalTime(Time time)
 {
-    TAVO_FUNCTION("Tavo::LocalToUniversalTime");
-    struct tm tm = {};
-    const errno_t err = _gmtime64_s(&tm, &time);
-    VERIFY_WIN32(0 == err);
-    tm.tm_isdst = -1;
-    return _mktime64(&tm);
+    const auto split = [](struct tm* ptm, const Time* ptime) { return _gmtime64_s(ptm, ptime); };
+    const auto encode = [](struct tm* ptm) { return _mktime64(ptm); };
+    return Reread(time, split, encode, "Tavo::LocalToUniversalTime");
 }
 
 FILETIME UniversalToLocalTime(const FILETIME& ft)
 {
-    TAVO_FUNCTION("Tavo::UniversalToLocalTime");
-    FILETIME _ft = {};
-    VERIFY_WIN32(::FileTimeToLocalFileTime(&ft, &_ft));
-    return _ft;
+    return ConvertedOrZero<FILETIME>(ft, &::FileTimeToLocalFileTime, "Tavo::UniversalToLocalTime",
+                                     "::FileTimeToLocalFileTime(&ft, &_ft)");
 }
 
 FILETIME LocalToUniversalTime(const FILETIME& ft)
 {
-    TAVO_FUNCTION("Tavo::LocalToUniversalTime");
-    FILETIME _ft = {};
-    VERIFY_WIN32(LocalFileTimeToFileTime(&ft, &_ft));
-    return _ft;
+    return ConvertedOrZero<FILETIME>(ft, &::LocalFileTimeToFileTime, "Tavo::LocalToUniversalTime",
+                                     "LocalFileTimeToFileTime(&ft, &_ft)");
 }
 
 SYSTEMTIME UniversalToLocalTime(const SYSTEMTIME& st)
 {
-    TAVO_FUNCTION("Tavo::UniversalToLocalTime");
-    SYSTEMTIME _st = {};
-    VERIFY_WIN32(::SystemTimeToTzSpecificLocalTime(NULL, &st, &_st));
-    return _st;
+    const auto toLocal = [](const SYSTEMTIME* pst, SYSTEMTIME* pstLocal) {
+        return ::SystemTimeToTzSpecificLocalTime(NULL, pst, pstLocal);
+    };
+    return ConvertedOrZero<SYSTEMTIME>(st, toLocal, "Tavo::UniversalToLocalTime",
+                                       "::SystemTimeToTzSpecificLocalTime(NULL, &st, &_st)");
 }
 
 SYSTEMTIME LocalToUniversalTime(const SYSTEMTIME& st)
 {
-    TAVO_FUNCTION("Tavo::LocalToUniversalTime");
-    SYSTEMTIME _st = {};
-    VERIFY_WIN32(::TzSpecificLocalTimeToSystemTime(NULL, &st, &_st));
-    return _st;
+    const auto toUniversal = [](const SYSTEMTIME* pst, SYSTEMTIME* pstUniversal) {
+        return ::TzSpecificLocalTimeToSystemTime(NULL, pst, pstUniversal);
+    };
+    return ConvertedOrZero<SYSTEMTIME>(st, toUniversal, "Tavo::LocalToUniversalTime",
+                                       "::TzSpecificLocalTimeToSystemTime(NULL, &st, &_st)");
 }
 
 // ---- Time strings, comparison and today ------------------------------------------------------------
