@@ -11,10 +11,6 @@ namespace Tavo {
 namespace {
 
 TCachedString<wchar_t> s_appDataPathW, s_helpFileW, s_regKeyW;
-TCachedString<wchar_t> s_installDirectoryW, s_helpFilePathW, s_mainExeFileW, s_mainExePathW, s_mainRegistryKeyW;
-TCachedString<char> s_installDirectoryA, s_helpFilePathA, s_mainExeFileA, s_mainExePathA, s_mainRegistryKeyA;
-TCachedString<wchar_t> s_userDataDirectoryW, s_appDataDirectoryW, s_interAppDataDirectoryW;
-TCachedString<char> s_userDataDirectoryA, s_appDataDirectoryA, s_interAppDataDirectoryA;
 TCachedMap<wchar_t> s_specialFoldersW;
 TCachedMap<char> s_specialFoldersA;
 
@@ -34,32 +30,62 @@ void ComputeMainExeFile(CStringW& strValue) { strValue = GetConfigString(L"MainE
 void ComputeMainExePath(CStringW& strValue) { strValue = PathCombineW(GetInstallDirectoryW(), GetMainExeFileW()); }
 void ComputeMainRegistryKey(CStringW& strValue) { strValue = PathCombineW(L"Software", GetRegKeyW()); }
 
-// A directory that cannot be made is still handed out: the caller meets the failure when it uses it.
-void ComputeAppDataDirectory(CStringW& strAppDataDirectoryW)
+// A data directory is made at its computation. One that cannot be made is still handed out: the
+// caller meets the failure when it uses it.
+void MakeDirectory(CStringW& strDirectory, const CStringW& strPath, const char* const tavoFunctionName_,
+                   const char* szText)
 {
-    TAVO_FUNCTION("Tavo::GetAppDataDirectoryW");
-    strAppDataDirectoryW = IsPortable() ? GetAppDataPathW()
-                                        : PathCombineW(GetSpecialFolderW(CSIDL_COMMON_APPDATA, NULL), GetAppDataPathW());
-    VERIFY_HRESULT(Tavo::CreateDirectoryW(strAppDataDirectoryW));
+    strDirectory = strPath;
+    VERIFY_HRESULT_AS(Tavo::CreateDirectoryW(strDirectory), szText);
 }
 
-void ComputeUserDataDirectory(CStringW& strUserDataDirectoryW)
+void ComputeAppDataDirectory(CStringW& strDirectory)
 {
-    TAVO_FUNCTION("Tavo::GetUserDataDirectoryW");
-    strUserDataDirectoryW = IsPortable() ? PathCombineW(GetAppDataDirectoryW(), L"UserData")
-                                         : PathCombineW(GetSpecialFolderW(CSIDL_APPDATA, NULL), GetAppDataPathW());
-    VERIFY_HRESULT(Tavo::CreateDirectoryW(strUserDataDirectoryW));
+    MakeDirectory(strDirectory,
+                  IsPortable() ? GetAppDataPathW()
+                               : PathCombineW(GetSpecialFolderW(CSIDL_COMMON_APPDATA, NULL), GetAppDataPathW()),
+                  "Tavo::GetAppDataDirectoryW", "Tavo::CreateDirectoryW(strAppDataDirectoryW)");
+}
+
+void ComputeUserDataDirectory(CStringW& strDirectory)
+{
+    MakeDirectory(strDirectory,
+                  IsPortable() ? PathCombineW(GetAppDataDirectoryW(), L"UserData")
+                               : PathCombineW(GetSpecialFolderW(CSIDL_APPDATA, NULL), GetAppDataPathW()),
+                  "Tavo::GetUserDataDirectoryW", "Tavo::CreateDirectoryW(strUserDataDirectoryW)");
 }
 
 // Shared by the company's products, so the portable switch of one product does not move it.
-void ComputeInterAppDataDirectory(CStringW& strInterAppDataDirectoryW)
+void ComputeInterAppDataDirectory(CStringW& strDirectory)
 {
-    TAVO_FUNCTION("Tavo::GetInterAppDataDirectoryW");
-    strInterAppDataDirectoryW =
-        PathCombineW(GetSpecialFolderW(CSIDL_COMMON_APPDATA, NULL),
-                     GetConfigString(L"InterAppDataPath", PathCombineW(GetCompanyW(), L"Common"), nullptr));
-    VERIFY_HRESULT(Tavo::CreateDirectoryW(strInterAppDataDirectoryW));
+    MakeDirectory(strDirectory,
+                  PathCombineW(GetSpecialFolderW(CSIDL_COMMON_APPDATA, NULL),
+                               GetConfigString(L"InterAppDataPath", PathCombineW(GetCompanyW(), L"Common"), nullptr)),
+                  "Tavo::GetInterAppDataDirectoryW", "Tavo::CreateDirectoryW(strInterAppDataDirectoryW)");
 }
+
+// A refused id leaves no entry, so the shell is asked again at the next call. The key is the id
+// alone: hWnd only matters at the call that fills an entry. Both widths report the wide call.
+#define TAVO_SPECIAL_FOLDER(XCHAR, AW, BUFFER)                                                         \
+    const XCHAR* SpecialFolder(TCachedMap<XCHAR>& folders, int nFolder, HWND hWnd)                     \
+    {                                                                                                  \
+        TAVO_FUNCTION("Tavo::GetSpecialFolder" #AW);                                                   \
+        return CachedByKey(folders, nFolder, [&](CStringT<XCHAR>& strFolder) {                         \
+            XCHAR BUFFER[MAX_PATH] = {0};                                                              \
+            if (!::SHGetSpecialFolderPath##AW(hWnd, BUFFER, nFolder, TRUE)) {                          \
+                TAVO_TRACE(TRACE_ERROR, "SHGetSpecialFolderPathW(%d) failed", nFolder);                \
+                return false;                                                                          \
+            }                                                                                          \
+            VERIFY_HRESULT(Tavo::CreateDirectory##AW(BUFFER));                                         \
+            strFolder = BUFFER;                                                                        \
+            return true;                                                                               \
+        });                                                                                            \
+    }
+
+TAVO_SPECIAL_FOLDER(wchar_t, W, wzFolder)
+TAVO_SPECIAL_FOLDER(char, A, szFolder)
+
+#undef TAVO_SPECIAL_FOLDER
 
 } // namespace
 
@@ -67,63 +93,25 @@ CStringW GetAppDataPathW() { return CStringW(CachedOnce(s_appDataPathW, &Compute
 const wchar_t* GetHelpFileW() { return CachedOnce(s_helpFileW, &ComputeHelpFile); }
 const wchar_t* GetRegKeyW() { return CachedOnce(s_regKeyW, &ComputeRegKey); }
 
-const wchar_t* GetInstallDirectoryW() { return CachedOnce(s_installDirectoryW, &ComputeInstallDirectory); }
-const char* GetInstallDirectoryA() { return CachedOnceNarrow(s_installDirectoryA, &GetInstallDirectoryW); }
+// A location's twins: the wide value cached in its shape, the narrow one converted from it once.
+#define TAVO_LOCATION(NAME, SHAPE, COMPUTE)                                                            \
+    static TCachedString<wchar_t> s_##NAME##W;                                                         \
+    static TCachedString<char> s_##NAME##A;                                                            \
+    const wchar_t* Get##NAME##W() { return SHAPE(s_##NAME##W, &COMPUTE); }                             \
+    const char* Get##NAME##A() { return CachedOnceNarrow(s_##NAME##A, &Get##NAME##W); }
 
-const wchar_t* GetUserDataDirectoryW() { return CachedWhileEmpty(s_userDataDirectoryW, &ComputeUserDataDirectory); }
-const char* GetUserDataDirectoryA() { return CachedOnceNarrow(s_userDataDirectoryA, &GetUserDataDirectoryW); }
+TAVO_LOCATION(InstallDirectory, CachedOnce, ComputeInstallDirectory)
+TAVO_LOCATION(UserDataDirectory, CachedWhileEmpty, ComputeUserDataDirectory)
+TAVO_LOCATION(AppDataDirectory, CachedWhileEmpty, ComputeAppDataDirectory)
+TAVO_LOCATION(InterAppDataDirectory, CachedWhileEmpty, ComputeInterAppDataDirectory)
+TAVO_LOCATION(HelpFilePath, CachedOnce, ComputeHelpFilePath)
+TAVO_LOCATION(MainExeFile, CachedOnce, ComputeMainExeFile)
+TAVO_LOCATION(MainExePath, CachedOnce, ComputeMainExePath)
+TAVO_LOCATION(MainRegistryKey, CachedOnce, ComputeMainRegistryKey)
 
-const wchar_t* GetAppDataDirectoryW() { return CachedWhileEmpty(s_appDataDirectoryW, &ComputeAppDataDirectory); }
-const char* GetAppDataDirectoryA() { return CachedOnceNarrow(s_appDataDirectoryA, &GetAppDataDirectoryW); }
+#undef TAVO_LOCATION
 
-const wchar_t* GetInterAppDataDirectoryW()
-{
-    return CachedWhileEmpty(s_interAppDataDirectoryW, &ComputeInterAppDataDirectory);
-}
-const char* GetInterAppDataDirectoryA() { return CachedOnceNarrow(s_interAppDataDirectoryA, &GetInterAppDataDirectoryW); }
-
-const wchar_t* GetHelpFilePathW() { return CachedOnce(s_helpFilePathW, &ComputeHelpFilePath); }
-const char* GetHelpFilePathA() { return CachedOnceNarrow(s_helpFilePathA, &GetHelpFilePathW); }
-
-const wchar_t* GetMainExeFileW() { return CachedOnce(s_mainExeFileW, &ComputeMainExeFile); }
-const char* GetMainExeFileA() { return CachedOnceNarrow(s_mainExeFileA, &GetMainExeFileW); }
-
-const wchar_t* GetMainExePathW() { return CachedOnce(s_mainExePathW, &ComputeMainExePath); }
-const char* GetMainExePathA() { return CachedOnceNarrow(s_mainExePathA, &GetMainExePathW); }
-
-const wchar_t* GetMainRegistryKeyW() { return CachedOnce(s_mainRegistryKeyW, &ComputeMainRegistryKey); }
-const char* GetMainRegistryKeyA() { return CachedOnceNarrow(s_mainRegistryKeyA, &GetMainRegistryKeyW); }
-
-// A refused id leaves no entry, so the shell is asked again at the next call. The key is the id
-// alone: hWnd only matters at the call that fills an entry.
-const wchar_t* GetSpecialFolderW(int nFolder, HWND hWnd)
-{
-    TAVO_FUNCTION("Tavo::GetSpecialFolderW");
-    return CachedByKey(s_specialFoldersW, nFolder, [&](CStringW& strFolder) {
-        wchar_t wzFolder[MAX_PATH] = {0};
-        if (!::SHGetSpecialFolderPathW(hWnd, wzFolder, nFolder, TRUE)) {
-            TAVO_TRACE(TRACE_ERROR, "SHGetSpecialFolderPathW(%d) failed", nFolder);
-            return false;
-        }
-        VERIFY_HRESULT(Tavo::CreateDirectoryW(wzFolder));
-        strFolder = wzFolder;
-        return true;
-    });
-}
-
-const char* GetSpecialFolderA(int nFolder, HWND hWnd)
-{
-    TAVO_FUNCTION("Tavo::GetSpecialFolderA");
-    return CachedByKey(s_specialFoldersA, nFolder, [&](CStringA& strFolder) {
-        char szFolder[MAX_PATH] = {0};
-        if (!::SHGetSpecialFolderPathA(hWnd, szFolder, nFolder, TRUE)) {
-            TAVO_TRACE(TRACE_ERROR, "SHGetSpecialFolderPathW(%d) failed", nFolder);
-            return false;
-        }
-        VERIFY_HRESULT(Tavo::CreateDirectoryA(szFolder));
-        strFolder = szFolder;
-        return true;
-    });
-}
+const wchar_t* GetSpecialFolderW(int nFolder, HWND hWnd) { return SpecialFolder(s_specialFoldersW, nFolder, hWnd); }
+const char* GetSpecialFolderA(int nFolder, HWND hWnd) { return SpecialFolder(s_specialFoldersA, nFolder, hWnd); }
 
 } // namespace Tavo

@@ -13,130 +13,117 @@
 namespace Tavo {
 namespace {
 
-enum { kConfigFileChars = 520 };
+enum { kConfigFileChars = 520, kLanguageCodeChars = 32, kLanguageFileChars = 520, kSectionChars = 520 };
 
-wchar_t s_szConfigFileW[kConfigFileChars];
-char s_szConfigFileA[kConfigFileChars];
+// What the two widths differ in: the platform calls, the literals and the texts of the lines.
+// LITERAL is the prefix of the width's literals; the texts spell the file's name as the code once
+// did, by its macro.
+template <typename XCHAR> struct TGlobal;
+
+#define TAVO_GLOBAL_TRAITS(XCHAR, AW, LITERAL, STRING, CONFIG_NAME)                                    \
+    template <> struct TGlobal<XCHAR> {                                                                \
+        static constexpr const char* kConfigFunction = "Tavo::GetConfigFile" #AW;                      \
+        static constexpr const char* kConfigText = "StringCchCopy" #AW "(szFile, _countof(szFile), Tavo::PathCombine" \
+                                                   #AW "(Tavo::GetModulePathName" #AW "(), " CONFIG_NAME "))"; \
+        static constexpr const char* kConfigLine = "The config file is \"%" #STRING "\"";              \
+        static constexpr const char* kCodeFunction = "Tavo::GetLanguageCode" #AW;                      \
+        static constexpr const char* kCodeText =                                                       \
+            "GetLocaleInfo" #AW "(GetThreadLocale(), LOCALE_SISO639LANGNAME, szCode, _countof(szCode))"; \
+        static constexpr const char* kFileFunction = "Tavo::GetLanguageFile" #AW;                      \
+        static constexpr const char* kFileText =                                                       \
+            "StringCchPrintf" #AW "(szFile, _countof(szFile), " #LITERAL "\"%" #STRING "\\\\Language.%" #STRING \
+            ".lng\", Tavo::GetInstallDirectory" #AW "(), GetLanguageCode" #AW "())";                     \
+        static constexpr const char* kFileLine = "The language file is \"%" #STRING "\"";              \
+        static constexpr const XCHAR* kConfigFile = LITERAL##"Product.cfg";                            \
+        static constexpr const XCHAR* kLanguageFile = LITERAL##"%" #STRING "\\Language.%" #STRING ".lng"; \
+        static CStringT<XCHAR> ModulePath() { return GetModulePathName##AW(); }                        \
+        static CStringT<XCHAR> Combine(const XCHAR* szPath, const XCHAR* szFile)                       \
+        {                                                                                              \
+            return PathCombine##AW(szPath, szFile);                                                    \
+        }                                                                                              \
+        static int LocaleInfo(XCHAR* sz, int cch)                                                      \
+        {                                                                                              \
+            return ::GetLocaleInfo##AW(::GetThreadLocale(), LOCALE_SISO639LANGNAME, sz, cch);          \
+        }                                                                                              \
+        static const XCHAR* InstallDirectory() { return GetInstallDirectory##AW(); }                   \
+        static const XCHAR* LanguageCode() { return GetLanguageCode##AW(); }                           \
+        static bool Exists(const XCHAR* szFile) { return ::GetFileAttributes##AW(szFile) != INVALID_FILE_ATTRIBUTES; } \
+        static DWORD ModuleFileName(HINSTANCE hInstance, XCHAR* sz, DWORD cch)                         \
+        {                                                                                              \
+            return ::GetModuleFileName##AW(hInstance, sz, cch);                                        \
+        }                                                                                              \
+        static const XCHAR* FileName(const XCHAR* szPath) { return ::PathFindFileName##AW(szPath); }   \
+        static HRESULT Copy(XCHAR* sz, size_t cch, const XCHAR* szText) { return StringCchCopy##AW(sz, cch, szText); } \
+        static constexpr HRESULT (*Print)(XCHAR*, size_t, const XCHAR*, ...) = StringCchPrintf##AW;    \
+    };
+
+TAVO_GLOBAL_TRAITS(wchar_t, W, L, ls, "_W(CONFIG_FILE)")
+TAVO_GLOBAL_TRAITS(char, A, , hs, "CONFIG_FILE")
+
+#undef TAVO_GLOBAL_TRAITS
 
 // A path cut to the array stays: the array is no longer empty, so it is not computed again.
-bool ComputeConfigFileW(wchar_t (&szFile)[kConfigFileChars], int)
+template <typename XCHAR>
+bool ComputeConfigFile(XCHAR (&szFile)[kConfigFileChars], int)
 {
-    TAVO_FUNCTION("Tavo::GetConfigFileW");
-    VERIFY_HRESULT(StringCchCopyW(szFile, _countof(szFile), Tavo::PathCombineW(Tavo::GetModulePathNameW(), _W(CONFIG_FILE))));
-    TAVO_TRACE(TRACE_INFO, "The config file is \"%ls\"", szFile);
+    typedef TGlobal<XCHAR> T;
+    TAVO_FUNCTION(T::kConfigFunction);
+    VERIFY_HRESULT_AS(T::Copy(szFile, _countof(szFile), T::Combine(T::ModulePath(), T::kConfigFile)), T::kConfigText);
+    TAVO_TRACE(TRACE_INFO, T::kConfigLine, szFile);
     return true;
 }
-
-bool ComputeConfigFileA(char (&szFile)[kConfigFileChars], int)
-{
-    TAVO_FUNCTION("Tavo::GetConfigFileA");
-    VERIFY_HRESULT(StringCchCopyA(szFile, _countof(szFile), Tavo::PathCombineA(Tavo::GetModulePathNameA(), CONFIG_FILE)));
-    TAVO_TRACE(TRACE_INFO, "The config file is \"%hs\"", szFile);
-    return true;
-}
-
-enum { kLanguageCodeChars = 32, kLanguageFileChars = 520, kSectionChars = 520 };
-
-wchar_t s_szLanguageCodeW[kLanguageCodeChars];
-char s_szLanguageCodeA[kLanguageCodeChars];
-wchar_t s_szLanguageFileW[kLanguageFileChars];
-char s_szLanguageFileA[kLanguageFileChars];
 
 // A failed query leaves the array empty, so the next call asks the platform again.
-bool ComputeLanguageCodeW(wchar_t (&szCode)[kLanguageCodeChars], int)
+template <typename XCHAR>
+bool ComputeLanguageCode(XCHAR (&szCode)[kLanguageCodeChars], int)
 {
-    TAVO_FUNCTION("Tavo::GetLanguageCodeW");
-    VERIFY_WIN32(GetLocaleInfoW(GetThreadLocale(), LOCALE_SISO639LANGNAME, szCode, _countof(szCode)));
-    szCode[kLanguageCodeChars - 1] = 0;
-    return szCode[0] != 0;
-}
-
-bool ComputeLanguageCodeA(char (&szCode)[kLanguageCodeChars], int)
-{
-    TAVO_FUNCTION("Tavo::GetLanguageCodeA");
-    VERIFY_WIN32(GetLocaleInfoA(GetThreadLocale(), LOCALE_SISO639LANGNAME, szCode, _countof(szCode)));
+    typedef TGlobal<XCHAR> T;
+    TAVO_FUNCTION(T::kCodeFunction);
+    VERIFY_WIN32_AS(T::LocaleInfo(szCode, _countof(szCode)), T::kCodeText);
     szCode[kLanguageCodeChars - 1] = 0;
     return szCode[0] != 0;
 }
 
 // The path is kept whether the file exists or not, also when built from an empty code: loads test
 // the file's existence themselves, so one that appears later is still used.
-bool ComputeLanguageFileW(wchar_t (&szFile)[kLanguageFileChars], int)
+template <typename XCHAR>
+bool ComputeLanguageFile(XCHAR (&szFile)[kLanguageFileChars], int)
 {
-    TAVO_FUNCTION("Tavo::GetLanguageFileW");
-    VERIFY_HRESULT(StringCchPrintfW(szFile, _countof(szFile), L"%ls\\Language.%ls.lng", Tavo::GetInstallDirectoryW(), GetLanguageCodeW()));
-    TAVO_TRACE(TRACE_INFO, "The language file is \"%ls\"", szFile);
-    if (::GetFileAttributesW(szFile) == INVALID_FILE_ATTRIBUTES) TAVO_TRACE(TRACE_INFO, "The language file doesn't exit");
+    typedef TGlobal<XCHAR> T;
+    TAVO_FUNCTION(T::kFileFunction);
+    VERIFY_HRESULT_AS(T::Print(szFile, _countof(szFile), T::kLanguageFile, T::InstallDirectory(), T::LanguageCode()),
+                      T::kFileText);
+    TAVO_TRACE(TRACE_INFO, T::kFileLine, szFile);
+    if (!T::Exists(szFile)) TAVO_TRACE(TRACE_INFO, "The language file doesn't exit");
     return true;
-}
-
-bool ComputeLanguageFileA(char (&szFile)[kLanguageFileChars], int)
-{
-    TAVO_FUNCTION("Tavo::GetLanguageFileA");
-    VERIFY_HRESULT(StringCchPrintfA(szFile, _countof(szFile), "%hs\\Language.%hs.lng", Tavo::GetInstallDirectoryA(), GetLanguageCodeA()));
-    TAVO_TRACE(TRACE_INFO, "The language file is \"%hs\"", szFile);
-    if (::GetFileAttributesA(szFile) == INVALID_FILE_ATTRIBUTES) TAVO_TRACE(TRACE_INFO, "The language file doesn't exit");
-    return true;
-}
-
-} // namespace
-
-CStringW GetModulePathNameW()
-{
-    return GetModulePathNameW(g_module.m_hInstance);
-}
-
-CStringA GetModulePathNameA()
-{
-    return GetModulePathNameA(g_module.m_hInstance);
-}
-
-const wchar_t* GetConfigFileW()
-{
-    return CachedInArray(s_szConfigFileW, &ComputeConfigFileW);
-}
-
-const char* GetConfigFileA()
-{
-    return CachedInArray(s_szConfigFileA, &ComputeConfigFileA);
-}
-
-const wchar_t* GetLanguageCodeW()
-{
-    return CachedInArray(s_szLanguageCodeW, &ComputeLanguageCodeW);
-}
-
-const char* GetLanguageCodeA()
-{
-    return CachedInArray(s_szLanguageCodeA, &ComputeLanguageCodeA);
-}
-
-const wchar_t* GetLanguageFileW()
-{
-    return CachedInArray(s_szLanguageFileW, &ComputeLanguageFileW);
-}
-
-const char* GetLanguageFileA()
-{
-    return CachedInArray(s_szLanguageFileA, &ComputeLanguageFileA);
 }
 
 // A handle with no file name gives the empty section, silently. The last character is cleared
 // because a platform that cuts a long name need not terminate it.
-CStringW GetLanguageSectionW(HINSTANCE hInstance)
+template <typename XCHAR>
+CStringT<XCHAR> LanguageSection(HINSTANCE hInstance)
 {
-    wchar_t szFile[kSectionChars] = {};
-    ::GetModuleFileNameW(hInstance, szFile, kSectionChars);
+    XCHAR szFile[kSectionChars] = {};
+    TGlobal<XCHAR>::ModuleFileName(hInstance, szFile, kSectionChars);
     szFile[kSectionChars - 1] = 0;
-    return CStringW(::PathFindFileNameW(szFile));
+    return CStringT<XCHAR>(TGlobal<XCHAR>::FileName(szFile));
 }
 
-CStringA GetLanguageSectionA(HINSTANCE hInstance)
-{
-    char szFile[kSectionChars] = {};
-    ::GetModuleFileNameA(hInstance, szFile, kSectionChars);
-    szFile[kSectionChars - 1] = 0;
-    return CStringA(::PathFindFileNameA(szFile));
-}
+} // namespace
+
+#define TAVO_GLOBAL_MEMBERS(XCHAR, AW)                                                                 \
+    static XCHAR s_szConfigFile##AW[kConfigFileChars];                                                 \
+    static XCHAR s_szLanguageCode##AW[kLanguageCodeChars];                                             \
+    static XCHAR s_szLanguageFile##AW[kLanguageFileChars];                                             \
+    CStringT<XCHAR> GetModulePathName##AW() { return GetModulePathName##AW(g_module.m_hInstance); }    \
+    const XCHAR* GetConfigFile##AW() { return CachedInArray(s_szConfigFile##AW, &ComputeConfigFile<XCHAR>); } \
+    const XCHAR* GetLanguageCode##AW() { return CachedInArray(s_szLanguageCode##AW, &ComputeLanguageCode<XCHAR>); } \
+    const XCHAR* GetLanguageFile##AW() { return CachedInArray(s_szLanguageFile##AW, &ComputeLanguageFile<XCHAR>); } \
+    CStringT<XCHAR> GetLanguageSection##AW(HINSTANCE hInstance) { return LanguageSection<XCHAR>(hInstance); }
+
+TAVO_GLOBAL_MEMBERS(wchar_t, W)
+TAVO_GLOBAL_MEMBERS(char, A)
+
+#undef TAVO_GLOBAL_MEMBERS
 
 } // namespace Tavo

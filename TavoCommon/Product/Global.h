@@ -5,12 +5,6 @@
 
 #include "TavoCommon.h"
 
-// The configuration file, beside the library's own module.
-#define CONFIG_FILE "Product.cfg"
-// The wide form of a narrow literal, also of one given by a macro.
-#define _W(sz) TAVO_WIDE_LITERAL_(sz)
-#define TAVO_WIDE_LITERAL_(sz) L##sz
-
 namespace Tavo {
 
 // The full path of Product.cfg, computed at the first call of each twin; never null.

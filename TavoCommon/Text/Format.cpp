@@ -18,8 +18,9 @@ template <typename XCHAR> struct TFormat;
 #define TAVO_FORMAT_TRAITS(XCHAR, AW, LITERAL, LPTSTR, STRING, FIND)                                   \
     template <> struct TFormat<XCHAR> {                                                                \
         static constexpr const char* kMessageFunction = "Tavo::FormatMessageV" #AW;                    \
-        static constexpr const char* kMessageText = "::FormatMessage" #AW "(FORMAT_MESSAGE_FROM_STRING | " \
-                                                    "FORMAT_MESSAGE_ALLOCATE_BUFFER, szFormat, 0, 0, (" #LPTSTR ")&p, 0, &args)"; \
+        static constexpr const char* kMessageText =                                                    \
+            "::FormatMessage" #AW "(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ALLOCATE_BUFFER, szFormat, 0, 0, (" \
+            #LPTSTR ")&p, 0, &args)";                                                                  \
         static constexpr const char* kErrorFunction = "Tavo::FormatError" #AW;                         \
         static constexpr const char* kErrorCopyText =                                                  \
             "::StringCchCopy" #AW "(szBuffer, cchBufferMax, Tavo::FormatError" #AW "(dwError))";       \
