@@ -27,5 +27,11 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
     fi
   ) 9>"$root/.$kind.lock"
 fi
+# A program that crashes ends at once with its exception code, as on Windows without a debugger,
+# instead of waiting on the crash dialog until its test times out.
+if [ ! -f "$WINEPREFIX/.no-crash-dialog" ]; then
+  wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1 &&
+    touch "$WINEPREFIX/.no-crash-dialog"
+fi
 [ $# -eq 0 ] && exit 0
 exec wine "$@"
