@@ -1,301 +1,180 @@
-// What depends on being the DLL: its own module and version, the cache of a loaded library, and
-// what unloading does.
-#include <CorvDebug.h>
+// What depends on being the DLL: its cached version, unloading, module names and the diagnostic channel with each
+// kind of sibling. Caches and the channel's state last as long as the loaded library, hence the fresh processes.
 #include <TavoCommon.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "ChildProcess.h"
 #include "ImportPatch.h"
 #include "Recorder.h"
+#include "TavoTest.h"
 
+using namespace tavo::test;
 using Tavo::CStringA;
 using Tavo::CStringW;
-using tavo::test::ChildReport;
-using tavo::test::ScopedImportPatch;
 
 namespace {
 
 HMODULE Library() { return GetModuleHandleW(L"TavoCommon.dll"); }
+const HINSTANCE kNoModule = reinterpret_cast<HINSTANCE>(static_cast<INT_PTR>(0x10000));
+template <typename F> F Export(HMODULE h, const char* sz) { return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(h, sz))); }
 
-std::wstring ExpectedVersion()
+// What a child case reported, "exit=code key=value ..." in key order.
+std::string Reported(const ScratchInstall& install, const char* szCase)
 {
-    wchar_t szPath[MAX_PATH];
-    GetModuleFileNameW(Library(), szPath, MAX_PATH);
-    DWORD dwHandle = 0;
-    std::vector<BYTE> block(GetFileVersionInfoSizeW(szPath, &dwHandle));
-    VS_FIXEDFILEINFO* pInfo = nullptr;
-    UINT cb = 0;
-    if (block.empty() || !GetFileVersionInfoW(szPath, 0, static_cast<DWORD>(block.size()), block.data()) ||
-        !VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&pInfo), &cb)) {
-        return L"(no version resource)";
-    }
-    return std::to_wstring(HIWORD(pInfo->dwFileVersionMS)) + L"." + std::to_wstring(LOWORD(pInfo->dwFileVersionMS)) +
-           L"." + std::to_wstring(HIWORD(pInfo->dwFileVersionLS)) + L"." + std::to_wstring(LOWORD(pInfo->dwFileVersionLS));
+    const ChildResult result = install.Run(szCase);
+    std::string s = "exit=" + std::to_string(result.exitCode);  // and the output, when not 0
+    for (const auto& [key, value] : result.values) s += " " + key + "=" + value;
+    return result.exitCode ? s + "\n" + result.output : s;
 }
 
-std::string Hex(const void* p)
+std::string ExpectedVersion()  // as the platform reads the version resource
 {
-    char sz[20];
-    snprintf(sz, sizeof(sz), "%p", p);
+    char szPath[MAX_PATH], sz[64] = "(no version resource)";
+    static BYTE block[16384];
+    VS_FIXEDFILEINFO* p = nullptr;
+    UINT cb;
+    if (GetModuleFileNameA(Library(), szPath, MAX_PATH) && GetFileVersionInfoA(szPath, 0, sizeof(block), block) && VerQueryValueA(block, "\\", reinterpret_cast<void**>(&p), &cb))
+        snprintf(sz, sizeof(sz), "%u.%u.%u.%u", HIWORD(p->dwFileVersionMS), LOWORD(p->dwFileVersionMS), HIWORD(p->dwFileVersionLS), LOWORD(p->dwFileVersionLS));
     return sz;
 }
 
-} // namespace
-
-// ---- The version getter, a cached string of the loaded library --------------------------------
-
-TEST(LibraryVersion, MatchesTheVersionResourceAndKeepsItsPointer)
-{
-    const wchar_t* pW = Tavo::GetLibraryVersionW();
-    EXPECT_EQ(ExpectedVersion(), pW);
-    EXPECT_EQ(pW, Tavo::GetLibraryVersionW());
-
-    const char* pA = Tavo::GetLibraryVersionA();
-    EXPECT_EQ(CStringA(pW), CStringA(pA));
-    EXPECT_EQ(pA, Tavo::GetLibraryVersionA());
-    EXPECT_NE(static_cast<const void*>(pW), static_cast<const void*>(pA));
-}
-
-namespace {
-std::atomic<int> s_allocations{0};
-std::atomic<int> s_lockEntries{0};
+std::atomic<int> s_allocations{0}, s_lockEntries{0}, s_versionLookups{0};
 decltype(&EnterCriticalSection) s_realEnter;
-LPVOID WINAPI NoHeapAlloc(HANDLE, DWORD, SIZE_T) { ++s_allocations; return nullptr; }
-LPVOID WINAPI NoHeapReAlloc(HANDLE, DWORD, LPVOID, SIZE_T) { ++s_allocations; return nullptr; }
-void WINAPI CountingEnter(LPCRITICAL_SECTION pcs) { ++s_lockEntries; s_realEnter(pcs); }
+decltype(&FindResourceW) s_realFindResourceW;
+LPVOID WINAPI NoHeapAlloc(HANDLE, DWORD, SIZE_T) { return ++s_allocations, nullptr; }
+void WINAPI CountingEnter(LPCRITICAL_SECTION pcs) { ++s_lockEntries, s_realEnter(pcs); }
+// Slow, so that the other threads arrive while the first computes.
+HRSRC WINAPI SlowFindResourceW(HMODULE h, LPCWSTR szName, LPCWSTR szType) { return ++s_versionLookups, Sleep(100), s_realFindResourceW(h, szName, szType); }
+const void *s_pBlockA, *s_pBlockW;
+std::string s_freed;  // the cached values freed, in order: A the narrow one, W the wide one
+decltype(&HeapFree) s_realHeapFree;
+BOOL WINAPI RecordingHeapFree(HANDLE h, DWORD dw, LPVOID pv) { return s_freed += pv == s_pBlockA ? "A" : pv == s_pBlockW ? "W" : "", s_realHeapFree(h, dw, pv); }
+// Never restored: the module goes first.
+template <typename F> F Patch(HMODULE h, const char* szFunction, F pfn) { return (new ScopedImportPatch(h, "KERNEL32.dll", szFunction, pfn))->Original<F>(); }
+
+// One line on the channel per call, and the function's ordinary (empty) result.
+bool TraceOneLine() { return Tavo::GetModuleFileNameW(kNoModule).IsEmpty(); }
+
+// Counts the library's attempts to load its sibling while it lives, then reports them.
+int s_loads;
+decltype(&LoadLibraryA) s_realLoad;
+HMODULE WINAPI CountingLoadLibraryA(LPCSTR sz) { return s_loads += lstrcmpiA(sz, "CorvDebug.dll") == 0, s_realLoad(sz); }
+struct LoadCounter {
+    ScopedImportPatch patch{Library(), "KERNEL32.dll", "LoadLibraryA", &CountingLoadLibraryA};
+    LoadCounter() { s_realLoad = patch.Original<decltype(&LoadLibraryA)>(); }
+    ~LoadCounter() { ChildReport("loads", s_loads); }
+};
+
+// The count a test sink keeps of the calls it took; -1 when there is none to ask.
+int SinkCalls()
+{
+    HMODULE hSink = GetModuleHandleA("CorvDebug.dll");
+    auto pfnCount = hSink ? Export<PFN_CORV_RECORDER_COUNT>(hSink, "CorvRecorderCount") : nullptr;
+    return pfnCount ? pfnCount() : -1;
+}
 } // namespace
 
 TEST(LibraryVersion, AfterTheFirstCallOneLockAndNoAllocation)
 {
-    Tavo::GetLibraryVersionW();
-    Tavo::GetLibraryVersionA();
-    ScopedImportPatch alloc(Library(), "KERNEL32.dll", "HeapAlloc", reinterpret_cast<const void*>(&NoHeapAlloc));
-    ScopedImportPatch realloc(Library(), "KERNEL32.dll", "HeapReAlloc", reinterpret_cast<const void*>(&NoHeapReAlloc));
-    ScopedImportPatch enter(Library(), "KERNEL32.dll", "EnterCriticalSection", reinterpret_cast<const void*>(&CountingEnter));
-    ASSERT_TRUE(alloc.Patched() && realloc.Patched() && enter.Patched());
+    const char* pA = Tavo::GetLibraryVersionA();
+    const wchar_t* pW = Tavo::GetLibraryVersionW();
+    TAVO_PATCH_IMPORT(alloc, Library(), "KERNEL32.dll", HeapAlloc, NoHeapAlloc);
+    TAVO_PATCH_IMPORT(enter, Library(), "KERNEL32.dll", EnterCriticalSection, CountingEnter);
     s_realEnter = enter.Original<decltype(&EnterCriticalSection)>();
     s_allocations = s_lockEntries = 0;
-    for (int i = 0; i < 1000; ++i) {
-        ASSERT_NE(L'\0', *Tavo::GetLibraryVersionW());
-        ASSERT_NE('\0', *Tavo::GetLibraryVersionA());
-    }
-    EXPECT_EQ(0, s_allocations.load());
-    EXPECT_EQ(2000, s_lockEntries.load());
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(pW == Tavo::GetLibraryVersionW() && pA == Tavo::GetLibraryVersionA());
+    EXPECT_EQ("0 allocations, 2000 locks", std::to_string(s_allocations) + " allocations, " + std::to_string(s_lockEntries) + " locks");
 }
 
-namespace {
-std::atomic<int> s_lookups{0};
-bool s_slowLookups;
-decltype(&FindResourceW) s_realFindResourceW;
-HRSRC WINAPI CountingFindResourceW(HMODULE hModule, LPCWSTR szName, LPCWSTR szType)
+// On a second copy of the library, which this program does not import, so that it really unloads.
+TAVO_CHILD_CASE(VersionFirstCallsAndUnload)
 {
-    ++s_lookups;
-    if (s_slowLookups) Sleep(100);  // the other threads arrive while the first computes
-    return s_realFindResourceW(hModule, szName, szType);
-}
-} // namespace
-
-TAVO_CHILD_CASE(VersionRace)
-{
-    ScopedImportPatch find(Library(), "KERNEL32.dll", "FindResourceW", reinterpret_cast<const void*>(&CountingFindResourceW));
-    s_realFindResourceW = find.Original<decltype(&FindResourceW)>();
-    s_slowLookups = true;
-    const int kThreads = 4;
-    std::atomic<int> ready{0};
-    std::atomic<bool> go{false};
-    std::vector<const wchar_t*> results(kThreads);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&, i] {
-            ++ready;
-            while (!go) Sleep(0);
-            results[i] = Tavo::GetLibraryVersionW();
-        });
-    }
-    while (ready < kThreads) Sleep(0);
-    go = true;
-    for (auto& t : threads) t.join();
-    ChildReport("computations", s_lookups.load());
-    int nSame = 0;
-    for (const wchar_t* p : results) nSame += p == results[0];
-    ChildReport("same", nSame);
-    return 0;
-}
-
-TEST(LibraryVersion, ThreadsRacingTheFirstCallComputeOnce)
-{
-    tavo::test::ScratchInstall install;
-    tavo::test::ChildResult result = install.Run("VersionRace");
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_EQ("1", result.Value("computations"));
-    EXPECT_EQ("4", result.Value("same"));
-}
-
-TAVO_CHILD_CASE(VersionAllocationFailure)
-{
-    ScopedImportPatch find(Library(), "KERNEL32.dll", "FindResourceW", reinterpret_cast<const void*>(&CountingFindResourceW));
-    s_realFindResourceW = find.Original<decltype(&FindResourceW)>();
-    {
-        ScopedImportPatch alloc(Library(), "KERNEL32.dll", "HeapAlloc", reinterpret_cast<const void*>(&NoHeapAlloc));
-        try {
-            Tavo::GetLibraryVersionW();
-            ChildReport("first", "no exception");
-        } catch (const Tavo::CAtlException& e) {
-            ChildReport("first", Hex(reinterpret_cast<const void*>(static_cast<INT_PTR>(e.m_hr))));
-        }
-    }
-    ChildReport("second", CStringA(Tavo::GetLibraryVersionW()).GetString());
-    ChildReport("computations", s_lookups.load());
-    return 0;
-}
-
-TEST(LibraryVersion, AllocationFailureReachesTheCallerAndTheNextCallComputesAgain)
-{
-    tavo::test::ScratchInstall install;
-    tavo::test::ChildResult result = install.Run("VersionAllocationFailure");
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_EQ(Hex(reinterpret_cast<const void*>(static_cast<INT_PTR>(E_OUTOFMEMORY))), result.Value("first"));
-    EXPECT_EQ(std::string(CStringA(ExpectedVersion().c_str())), result.Value("second"));
-    EXPECT_EQ("2", result.Value("computations"));
-}
-
-// ---- Unload ---------------------------------------------------------------------------------------
-
-namespace {
-std::vector<std::pair<char, const void*>> s_events;  // 'F' HeapFree, 'D' DeleteCriticalSection
-const void* s_lock;
-decltype(&HeapFree) s_realHeapFree;
-decltype(&DeleteCriticalSection) s_realDelete;
-BOOL WINAPI RecordingHeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID pv)
-{
-    s_events.emplace_back('F', pv);
-    return s_realHeapFree(hHeap, dwFlags, pv);
-}
-void WINAPI RecordingDelete(LPCRITICAL_SECTION pcs)
-{
-    s_events.emplace_back('D', pcs);
-    s_realDelete(pcs);
-}
-// The first lock a cached getter takes is the library's own; the run-time takes others later.
-void WINAPI RememberingEnter(LPCRITICAL_SECTION pcs)
-{
-    if (!s_lock) s_lock = pcs;
-    s_realEnter(pcs);
-}
-
-int Position(char kind, const void* p)
-{
-    for (size_t i = 0; i < s_events.size(); ++i)
-        if (s_events[i].first == kind && s_events[i].second == p) return static_cast<int>(i);
-    return -1;
-}
-} // namespace
-
-TAVO_CHILD_CASE(UnloadOrder)
-{
-    // A second copy of the library, which this program does not import, so that it really unloads.
     HMODULE hCopy = LoadLibraryW(L"TavoUnload.dll");
-    if (!hCopy) return 10;
-    auto pfnW = reinterpret_cast<const wchar_t* (*)()>(
-        reinterpret_cast<void*>(GetProcAddress(hCopy, "_ZN4Tavo18GetLibraryVersionWEv")));
-    auto pfnA = reinterpret_cast<const char* (*)()>(
-        reinterpret_cast<void*>(GetProcAddress(hCopy, "_ZN4Tavo18GetLibraryVersionAEv")));
-    if (!pfnW || !pfnA) return 11;
-    // Left in place on purpose: the module is gone when a restore would run.
-    auto* enter = new ScopedImportPatch(hCopy, "KERNEL32.dll", "EnterCriticalSection", reinterpret_cast<const void*>(&RememberingEnter));
-    s_realEnter = enter->Original<decltype(&EnterCriticalSection)>();
-    const char* pA = pfnA();  // computes the wide value first, then the narrow one
-    const wchar_t* pW = pfnW();
-    const void* pBlockW = reinterpret_cast<const Tavo::CStringData*>(pW) - 1;
-    const void* pBlockA = reinterpret_cast<const Tavo::CStringData*>(pA) - 1;
-    auto* free = new ScopedImportPatch(hCopy, "KERNEL32.dll", "HeapFree", reinterpret_cast<const void*>(&RecordingHeapFree));
-    auto* del = new ScopedImportPatch(hCopy, "KERNEL32.dll", "DeleteCriticalSection", reinterpret_cast<const void*>(&RecordingDelete));
-    s_realHeapFree = free->Original<decltype(&HeapFree)>();
-    s_realDelete = del->Original<decltype(&DeleteCriticalSection)>();
-    s_events.reserve(1000);
+    auto pfnW = Export<const wchar_t* (*)()>(hCopy, "_ZN4Tavo18GetLibraryVersionWEv");
+    auto pfnA = Export<const char* (*)()>(hCopy, "_ZN4Tavo18GetLibraryVersionAEv");
+    if (!pfnW || !pfnA) return 10;
+    s_realFindResourceW = Patch(hCopy, "FindResourceW", &SlowFindResourceW);
+    {
+        TAVO_PATCH_IMPORT(alloc, hCopy, "KERNEL32.dll", HeapAlloc, NoHeapAlloc);
+        ChildReport("failed", reinterpret_cast<const void*>(ThrownBy(pfnW)));
+    }
+    std::vector<const wchar_t*> results(4);
+    std::atomic<int> ready{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) threads.emplace_back([&, i] { for (++ready; ready < 4;) Sleep(0); results[i] = pfnW(); });
+    for (auto& t : threads) t.join();
+    ChildReport("computations", s_versionLookups.load());
+    ChildReport("same", static_cast<int>(std::count(results.begin(), results.end(), results[0])));
+    ChildReport("version", std::string(CStringA(results[0])) + " " + pfnA());
+    s_pBlockW = reinterpret_cast<const Tavo::CStringData*>(results[0]) - 1;
+    s_pBlockA = reinterpret_cast<const Tavo::CStringData*>(pfnA()) - 1;
+    s_realHeapFree = Patch(hCopy, "HeapFree", &RecordingHeapFree);
     FreeLibrary(hCopy);
-    ChildReport("unloaded", GetModuleHandleW(L"TavoUnload.dll") == nullptr ? 1 : 0);
-    ChildReport("narrow", Position('F', pBlockA));
-    ChildReport("wide", Position('F', pBlockW));
-    ChildReport("lock", Position('D', s_lock));
-    ChildReport("events", static_cast<int>(s_events.size()));
+    ChildReport("unloaded", GetModuleHandleW(L"TavoUnload.dll") == nullptr);
+    ChildReport("freed", s_freed);
     return 0;
 }
 
-TEST(Unload, FreesCachedValuesLastComputedFirstAndDeletesTheLockLast)
+// E_OUTOFMEMORY reaches the caller; four racing next calls compute once; unloading frees the last computed first.
+TEST(LibraryVersion, AFailedFirstCallIsRetriedRacingFirstCallsComputeOnceUnloadFreesAll)
 {
-    tavo::test::ScratchInstall install;
+    ScratchInstall install;
     install.CopyFile("TavoCommon.dll", "TavoUnload.dll");
-    tavo::test::ChildResult result = install.Run("UnloadOrder");
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_EQ("1", result.Value("unloaded"));
-    const int nNarrow = std::stoi(result.Value("narrow"));
-    const int nWide = std::stoi(result.Value("wide"));
-    const int nLock = std::stoi(result.Value("lock"));
-    EXPECT_GE(nNarrow, 0) << result.output;
-    EXPECT_GT(nWide, nNarrow) << "the narrow value was computed last, so it goes first";
-    EXPECT_GT(nLock, nWide) << "the lock is deleted last of all";
+    const std::string version = ExpectedVersion();
+    EXPECT_EQ("exit=0 computations=2 failed=0x8007000e freed=AW same=4 unloaded=true version=" + version + " " + version,
+              Reported(install, "VersionFirstCallsAndUnload"));
 }
 
-// ---- Module file names ------------------------------------------------------------------------
-
-TEST(ModuleFileName, NamesTheModuleAndItsDirectory)
+// A module's name or directory, or nothing and one error line: the library's path in one buffer, a 24-character stamp.
+TEST(ModuleFileName, NamesTheModuleOrGivesEmptyAndOneLine)
 {
-    wchar_t szExe[MAX_PATH], szLibrary[MAX_PATH];
-    GetModuleFileNameW(nullptr, szExe, MAX_PATH);
-    GetModuleFileNameW(Library(), szLibrary, MAX_PATH);
-
-    EXPECT_STREQ(szExe, Tavo::GetModuleFileNameW(nullptr));
-    EXPECT_STREQ(szLibrary, Tavo::GetModuleFileNameW(Library()));
-    EXPECT_EQ(CStringA(szLibrary), Tavo::GetModuleFileNameA(Library()));
-
-    std::wstring directory(szExe);
-    directory.resize(directory.rfind(L'\\'));
-    EXPECT_EQ(directory, std::wstring(Tavo::GetModulePathNameW(nullptr)));
-    EXPECT_EQ(CStringA(directory.c_str()), Tavo::GetModulePathNameA(nullptr));
-}
-
-TEST(ModuleFileName, AHandleThatNamesNoModuleGivesEmptyAndOneErrorLine)
-{
-    tavo::test::ClearRecordedLines();
-    HINSTANCE hNothing = reinterpret_cast<HINSTANCE>(static_cast<INT_PTR>(0x10000));
-    SetLastError(0);
-    wchar_t sz[4];
-    GetModuleFileNameW(hNothing, sz, 4);
-    const DWORD dwError = GetLastError();
-
-    EXPECT_TRUE(Tavo::GetModuleFileNameW(hNothing).IsEmpty());
-    EXPECT_TRUE(Tavo::GetModulePathNameA(hNothing).IsEmpty());
-    std::vector<tavo::test::RecordedLine> lines = tavo::test::RecordedLines();
+    char szLibrary[MAX_PATH], sz[4];
+    const std::string error = std::to_string((SetLastError(0), GetModuleFileNameA(kNoModule, sz, 4), GetLastError()));
+    ClearRecordedLines();
+    CStringW s = Tavo::GetModuleFileNameW(Library()) + L" changed";
+    EXPECT_EQ(CStringW((GetModuleFileNameA(Library(), szLibrary, MAX_PATH), szLibrary)) + L" changed", s);
+    EXPECT_TRUE(HeapValidate(GetProcessHeap(), 0, reinterpret_cast<const Tavo::CStringData*>(s.GetString()) - 1)) << "the caller's to change";
+    EXPECT_EQ(std::string(szLibrary, strrchr(szLibrary, '\\')), Tavo::GetModulePathNameA(Library()).GetString());
+    EXPECT_TRUE(Tavo::GetModuleFileNameW(kNoModule).IsEmpty() && Tavo::GetModulePathNameA(kNoModule).IsEmpty());
+    const std::vector<RecordedLine> lines = RecordedLines();
     ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ(TRACE_ERROR, lines[0].level);
-    EXPECT_EQ("ModuleFileName.cpp", lines[0].file);
-    EXPECT_EQ("Tavo::GetModuleFileNameW", lines[0].function);
-    EXPECT_EQ("Tavo::GetModulePathNameW", lines[1].function);
-    EXPECT_EQ("GetModuleFileName failed, GetLastError = %ld", lines[0].format);
-    EXPECT_EQ("GetModuleFileName failed, GetLastError = " + std::to_string(dwError), lines[0].text);
+    EXPECT_EQ("128|ModuleFileName.cpp|Tavo::GetModuleFileNameW|GetModuleFileName failed, GetLastError = " + error + "|" + szLibrary + "|24",
+              std::to_string(lines[0].level) + "|" + lines[0].file + "|" + lines[0].function + "|" + lines[0].text + "|" + lines[0].module + "|" + std::to_string(lines[0].stamp.size()));
+    EXPECT_EQ(lines[0].modulePointer, lines[1].modulePointer);
 }
 
-TEST(StringLayer, ValuesMadeInTheLibraryLiveOnTheProcessHeap)
+// Three lines through the install's sibling; it is unloaded behind the library's back; two lines (the first finds
+// it gone); a new sibling, possibly at the old address; a last line.
+TAVO_CHILD_CASE(ChannelLines)
 {
-    CStringW s = Tavo::GetModuleFileNameW(nullptr);
-    const void* pBlock = reinterpret_cast<const Tavo::CStringData*>(s.GetString()) - 1;
-    EXPECT_TRUE(HeapValidate(GetProcessHeap(), 0, pBlock));
-    s += L" - changed and freed by the caller";
+    LoadCounter counter;
+    ChildReport("ordinary", TraceOneLine() + TraceOneLine() + TraceOneLine());
+    ChildReport("sinkCalls", SinkCalls());
+    FreeLibrary(GetModuleHandleA("CorvDebug.dll"));  // the library's one reference
+    ChildReport("gone", GetModuleHandleA("CorvDebug.dll") == nullptr);
+    TraceOneLine(), TraceOneLine(), LoadLibraryA("CorvDebug.dll");
+    ChildReport("afterReload", (TraceOneLine(), SinkCalls()));
+    return 0;
 }
 
-TEST(StringLayer, ExceptionsThrownInsideTheLibraryReachTheCaller)
+// Every call returns its ordinary result whatever the sibling; one load attempt; none called after it was gone.
+TEST(Channel, EachKindOfSiblingIsLoadedOnceAndNeverFailsTheCaller)
 {
-    try {
-        CStringW s(L"abc", -1);
-        FAIL() << "no exception";
-    } catch (const Tavo::CAtlException& e) {
-        EXPECT_EQ(E_INVALIDARG, e.m_hr);
+    const struct { const char* sink; const char* reported; } rows[] = {
+        {"CorvDebug.dll", "afterReload=0 gone=true loads=1 ordinary=3 sinkCalls=3"},  // the recorder
+        {nullptr, "afterReload=-1 gone=true loads=1 ordinary=3 sinkCalls=-1"},        // none: off after the failed load
+        {"CorvDebugNoOutput.dll", "afterReload=-1 gone=true loads=1 ordinary=3 sinkCalls=-1"},  // no entry to call
+        {"CorvDebugThrows.dll", "afterReload=0 gone=true loads=1 ordinary=3 sinkCalls=3"},  // each exception swallowed
+        {"CorvDebugFaults.dll", "afterReload=0 gone=true loads=1 ordinary=3 sinkCalls=3"},  // each fault caught
+    };
+    for (const auto& row : rows) {
+        ScratchInstall install;
+        row.sink ? install.UseSink(row.sink) : install.WithoutSink();
+        EXPECT_EQ("exit=0 " + std::string(row.reported), Reported(install, "ChannelLines")) << (row.sink ? row.sink : "no sink");
     }
 }
