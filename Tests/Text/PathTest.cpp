@@ -1,237 +1,145 @@
-// Path arithmetic (plain string work, wide and narrow twins, double-byte text) and the creation of
-// directory chains inside a temporary directory.
-#include <CorvDebug.h>
-#include <TavoCommon.h>
+// Paths in both widths (the narrow ones walk the thread's double-byte characters), chains of
+// directories made in a temporary directory, tokens, GUID text and the names of registry keys.
+#include "TextTest.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
-
-#include "Recorder.h"
-#include "TavoTest.h"
-
-using Tavo::CStringA;
-using Tavo::CStringW;
+#include <mbctype.h>
 
 namespace {
 
-const LCID kJapaneseLocale = MAKELCID(MAKELANGID(LANG_JAPANESE, SUBLANG_DEFAULT), SORT_DEFAULT);  // 932
+const LCID kJapanese = MAKELCID(MAKELANGID(LANG_JAPANESE, SUBLANG_DEFAULT), SORT_DEFAULT);  // code page 932
 
-// "level|function|text" of every recorded line, in order.
-std::vector<std::string> Lines()
+// C: combine, R: rename the extension, W: the WOW64 names; the narrow forms in the thread's code page.
+std::string Path(char op, const char* a, const char* b, LCID lcid = tavo::test::kEnglishLocale)
 {
-    std::vector<std::string> lines;
-    for (const tavo::test::RecordedLine& line : tavo::test::RecordedLines())
-        lines.push_back(std::to_string(line.level) + "|" + line.function + "|" + line.text);
-    return lines;
+    return Text(tavo::test::WithThreadLocale(lcid, [&] {
+        return op == 'C' ? Tavo::PathCombineA(a, b) : op == 'R' ? Tavo::PathRenameExtensionA(a, b) : Tavo::ConvertWow64Path(a);
+    }));
 }
 
-std::string Hex(long hr)
+// "HRESULT [token]...", the array holding "kept" before.
+template <typename XCHAR, typename DELIMITERS>
+std::string Split(const XCHAR* sz, DELIMITERS delimiters)
 {
-    char sz[16];
-    snprintf(sz, sizeof(sz), "0x%08lX", static_cast<unsigned long>(hr));
-    return sz;
+    Tavo::CAtlArray<Tavo::CStringT<XCHAR>> tokens;
+    tokens.Add(Tavo::CStringT<XCHAR>("kept"));
+    std::string s = Hex(Tavo::SplitString(sz, delimiters, tokens));
+    for (size_t i = 0; i < tokens.GetCount(); ++i) s += " [" + Text(tokens[i]) + "]";
+    return s;
+}
+
+// Wine 8's _mbscspn compares single bytes: Windows' answer for code page 932 is played.
+size_t __cdecl Mbscspn(const unsigned char* sz, const unsigned char* szSet)
+{
+    size_t i = 0;
+    for (; sz[i] && !strchr(reinterpret_cast<const char*>(szSet), sz[i]); ++i) if (IsDBCSLeadByteEx(932, sz[i]) && sz[i + 1]) ++i;  // a trail byte is no delimiter
+    return i;
 }
 
 } // namespace
 
-TEST(Path, CombineJoinsWithOneBackslash)
+// Both widths, null for a null argument; a null file to rename is a soft check. In code page 932 the
+// bytes 83 5C are one character, U+30BD, whose trail byte is no backslash; in 1252 they are two.
+TEST(Path, CombineRenameWow64NamesAndDirectoryChains)
 {
-    struct Row { const char* path; const char* file; const char* expected; };  // null: a null argument
-    const Row rows[] = {
-        {"C:\\a\\", "\\b\\c", "C:\\a\\b\\c"},
-        {"C:\\a\\\\\\", "\\\\b", "C:\\a\\b"},
-        {"C:\\", "x", "C:\\x"},
-        {"\\\\\\", "x", "\\x"},
-        {"C:\\a", "D:\\b", "C:\\a\\D:\\b"},  // an absolute second piece does not replace the first
-        {"C:\\a", "b\\", "C:\\a\\b\\"},
-        {"C:/a/", "/b", "C:/a/\\/b"},        // a forward slash is an ordinary character
-        {"C:\\a\\", nullptr, "C:\\a\\"},     // no second piece: the first, untrimmed
-        {"C:\\a\\", "", "C:\\a\\"},
-        {nullptr, "\\b\\", "\\b\\"},        // no first piece: the second, untrimmed
-        {"", "b", "b"},
-        {nullptr, nullptr, ""},
-        {"", "", ""},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.path ? row.path : "(null)") + " + " + (row.file ? row.file : "(null)"));
-        const CStringW wPath(row.path), wFile(row.file);
-        EXPECT_EQ(CStringW(row.expected), Tavo::PathCombineW(row.path ? wPath.GetString() : nullptr,
-                                                             row.file ? wFile.GetString() : nullptr));
-        EXPECT_EQ(CStringA(row.expected), Tavo::PathCombineA(row.path, row.file));
-    }
-}
-
-// A null file is a soft check and counts as empty.
-TEST(Path, RenameExtensionCutsAtTheLastDot)
-{
-    struct Row { const char* file; const char* extension; const char* expected; };  // null: a null argument
-    const Row rows[] = {
-        {"C:\\a\\file.txt", ".log", "C:\\a\\file.log"},
-        {"C:\\a\\file.txt", "log", "C:\\a\\file.log"},
-        {"C:\\a\\file.txt", "", "C:\\a\\file"},
-        {"C:\\a\\file.txt", nullptr, "C:\\a\\file"},
-        {"C:\\a\\file.tar.gz", "zip", "C:\\a\\file.tar.zip"},
-        {"C:\\my.dir\\file", ".log", "C:\\my.log"},  // the dot of a directory counts too
-        {"C:\\a\\file", "log", "C:\\a\\file.log"},
-        {"C:\\a\\file.txt", "...", "C:\\a\\file."},
-        {"", "log", ".log"},
-        {nullptr, "log", ".log"},
-        {nullptr, nullptr, ""},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.file ? row.file : "(null)") + " + " + (row.extension ? row.extension : "(null)"));
-        const CStringW wFile(row.file), wExtension(row.extension);
-        tavo::test::ClearRecordedLines();
-        SetLastError(1234);
-        EXPECT_EQ(CStringW(row.expected), Tavo::PathRenameExtensionW(row.file ? wFile.GetString() : nullptr,
-                                                                     row.extension ? wExtension.GetString() : nullptr));
-        SetLastError(1234);
-        EXPECT_EQ(CStringA(row.expected), Tavo::PathRenameExtensionA(row.file, row.extension));
-        std::vector<std::string> expected;
-        if (!row.file) expected = {"1|Tavo::PathRenameExtensionW|szFile - 1234", "1|Tavo::PathRenameExtensionA|szFile - 1234"};
-        EXPECT_EQ(expected, Lines());
-    }
-}
-
-TEST(Path, ConvertWow64PathReplacesBothNamesExactly)
-{
-    const char* const rows[][2] = {
-        {"C:\\Program Files (x86)\\App", "C:\\Program Files\\App"},
-        {"C:\\Windows\\SysWOW64", "C:\\Windows\\System32"},
-        {"c:\\windows\\syswow64", "c:\\windows\\syswow64"},
-        {"C:\\Program Files (x86)\\SysWOW64\\Program Files (x86)\\SysWOW64", "C:\\Program Files\\System32\\Program Files\\System32"},
-        {"SysWOW64\\Program Files (x86)", "SysWOW64\\Program Files"},  // only the name behind a backslash
-        {"", ""},
+    const struct { char op; const char *a, *b, *expected; } rows[] = {
+        {'C', "C:\\a\\", "\\b\\c", "C:\\a\\b\\c"}, {'C', "C:\\a\\\\\\", "\\\\b", "C:\\a\\b"}, {'C', "\\\\\\", "x", "\\x"},
+        {'C', "C:/a/", "/b", "C:/a/\\/b"}, {'C', "C:\\a\\", nullptr, "C:\\a\\"}, {'C', nullptr, "\\b\\", "\\b\\"}, {'C', "", "", ""},
+        {'R', "C:\\a\\f.txt", "...log", "C:\\a\\f.log"}, {'R', "C:\\a\\f.tar.gz", "zip", "C:\\a\\f.tar.zip"}, {'R', "C:\\my.dir\\f", "log", "C:\\my.log"},
+        {'R', "C:\\a\\f", "log", "C:\\a\\f.log"}, {'R', "C:\\a\\f.txt", nullptr, "C:\\a\\f"}, {'R', "C:\\a\\f.txt", "", "C:\\a\\f"}, {'R', nullptr, "log", ".log"},
+        {'W', "C:\\Program Files (x86)\\SysWOW64\\Program Files (x86)\\SysWOW64", nullptr, "C:\\Program Files\\System32\\Program Files\\System32"},
+        {'W', "c:\\windows\\syswow64", nullptr, "c:\\windows\\syswow64"}, {'W', "SysWOW64\\Program Files (x86)", nullptr, "SysWOW64\\Program Files"}, {'W', nullptr, nullptr, ""},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row[0]);
-        EXPECT_EQ(CStringW(row[1]), Tavo::ConvertWow64Path(CStringW(row[0]).GetString()));
-        EXPECT_EQ(CStringA(row[1]), Tavo::ConvertWow64Path(row[0]));
+        SCOPED_TRACE(std::string(1, row.op) + " " + (row.a ? row.a : "(null)") + " " + (row.b ? row.b : "(null)"));
+        const CStringW a(row.a), b(row.b);
+        const wchar_t *wa = row.a ? a.GetString() : nullptr, *wb = row.b ? b.GetString() : nullptr;
+        tavo::test::ClearRecordedLines();
+        SetLastError(1234);
+        EXPECT_EQ(row.expected, Text(row.op == 'C' ? Tavo::PathCombineW(wa, wb) : row.op == 'R' ? Tavo::PathRenameExtensionW(wa, wb) : Tavo::ConvertWow64Path(wa)));
+        SetLastError(1234);
+        EXPECT_EQ(row.expected, Path(row.op, row.a, row.b));
+        const Lines rename = {"1|Tavo::PathRenameExtensionW|szFile - 1234", "1|Tavo::PathRenameExtensionA|szFile - 1234"};
+        EXPECT_EQ(row.op == 'R' && !row.a ? rename : Lines(), Recorded());
     }
-    EXPECT_EQ(CStringW(), Tavo::ConvertWow64Path(static_cast<const wchar_t*>(nullptr)));
-    EXPECT_EQ(CStringA(), Tavo::ConvertWow64Path(static_cast<const char*>(nullptr)));
-}
+    EXPECT_EQ("C:\\\x83\x5C\\x \x95\x5C\x83\x5C\\x C:\\\x83\\x C:\\\x83\x5C.log C:\\d.log C:\\\x83\x5CSysWOW64 C:\\\x83\x5C\\System32",
+              Join({Path('C', "C:\\\x83\x5C\\\\", "x", kJapanese), Path('C', "\x95\x5C\x83\x5C", "x", kJapanese), Path('C', "C:\\\x83", "x", kJapanese),
+                    Path('R', "C:\\\x83\x5C.txt", "log", kJapanese), Path('R', "C:\\d.\x83\x5C\\f", "log", kJapanese),
+                    Path('W', "C:\\\x83\x5CSysWOW64", nullptr, kJapanese), Path('W', "C:\\\x83\x5C\\SysWOW64", nullptr, kJapanese)}));
+    EXPECT_EQ("C:\\\x83\\x C:\\\x83\\System32", Join({Path('C', "C:\\\x83\x5C", "x"), Path('W', "C:\\\x83\x5CSysWOW64", nullptr)})) << "in 1252";
 
-// The narrow twins read the text in the calling thread's code page: in 932 the bytes 83 5C are the
-// one character U+30BD, whose trail byte is no backslash; in 1252 they are two characters.
-TEST(Path, NarrowFormsWalkTheThreadsDoubleByteCharacters)
-{
-    // operation C: combine with "x", R: rename to "log", W: WOW64 conversion
-    struct Row { LCID locale; char operation; const char* input; const char* expected; };
-    const Row rows[] = {
-        {kJapaneseLocale, 'C', "C:\\\x83\x5C", "C:\\\x83\x5C\\x"},
-        {kJapaneseLocale, 'C', "C:\\\x83\x5C\\\\", "C:\\\x83\x5C\\x"},
-        {kJapaneseLocale, 'C', "\x95\x5C\x83\x5C", "\x95\x5C\x83\x5C\\x"},
-        {tavo::test::kEnglishLocale, 'C', "C:\\\x83\x5C", "C:\\\x83\\x"},
-        {kJapaneseLocale, 'R', "C:\\\x83\x5C.txt", "C:\\\x83\x5C.log"},
-        {kJapaneseLocale, 'R', "C:\\d.\x83\x5C\\f", "C:\\d.log"},
-        {kJapaneseLocale, 'W', "C:\\\x83\x5CSysWOW64", "C:\\\x83\x5CSysWOW64"},
-        {kJapaneseLocale, 'W', "C:\\\x83\x5C\\SysWOW64", "C:\\\x83\x5C\\System32"},
-        {kJapaneseLocale, 'W', "C:\\\x83\x5CProgram Files (x86)", "C:\\\x83\x5CProgram Files (x86)"},
-        {tavo::test::kEnglishLocale, 'W', "C:\\\x83\x5CSysWOW64", "C:\\\x83\\System32"},
-        {kJapaneseLocale, 'C', "C:\\\x83", "C:\\\x83\\x"},  // a lead byte at the end stands alone
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(1, row.operation) + " " + row.input + " in locale " + std::to_string(row.locale));
-        const CStringA actual = tavo::test::WithThreadLocale(row.locale, [&] {
-            switch (row.operation) {
-            case 'C': return Tavo::PathCombineA(row.input, "x");
-            case 'R': return Tavo::PathRenameExtensionA(row.input, "log");
-            default: return Tavo::ConvertWow64Path(row.input);
-            }
-        });
-        EXPECT_EQ(CStringA(row.expected), actual);
-    }
-}
+    // A failed step's line carries the last error as the calls before it left it.
 
-namespace {
-
-// Everything below dir, sorted, as "a\", "a\b\", "file.txt", ...: directories end in a backslash.
-std::vector<std::wstring> Tree(const std::wstring& dir, const std::wstring& prefix = L"")
-{
-    std::vector<std::wstring> entries;
-    WIN32_FIND_DATAW found;
-    const HANDLE hFind = FindFirstFileW((dir + L"\\" + prefix + L"*").c_str(), &found);
-    if (hFind == INVALID_HANDLE_VALUE) return entries;
-    do {
-        const std::wstring name = found.cFileName;
-        if (name == L"." || name == L"..") continue;
-        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-            entries.push_back(prefix + name);
-            continue;
-        }
-        entries.push_back(prefix + name + L"\\");
-        const std::vector<std::wstring> below = Tree(dir, prefix + name + L"\\");
-        entries.insert(entries.end(), below.begin(), below.end());
-    } while (FindNextFileW(hFind, &found));
-    FindClose(hFind);
-    std::sort(entries.begin(), entries.end());
-    return entries;
-}
-
-} // namespace
-
-// Each way out: the result, the one CHECK_WIN32 line of the step that failed, and what is left in
-// the temporary directory; the narrow form converts in the thread's code page.
-TEST(Path, CreateDirectoryMakesTheChainOrReportsTheStepThatFailed)
-{
-    std::string missingDrive;  // a drive letter that names no drive here, "Q:\" or so
-    for (int i = 25; i >= 3 && missingDrive.empty(); --i)
-        if (!(GetLogicalDrives() & (1u << i))) missingDrive = std::string(1, static_cast<char>('A' + i)) + ":\\";
-    ASSERT_FALSE(missingDrive.empty());
     wchar_t szTemp[MAX_PATH];
     ASSERT_NE(0u, GetTempPathW(MAX_PATH, szTemp));
-    const std::wstring root =
-        szTemp + (L"TavoPathTest-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()));
+    const std::wstring root = szTemp + (L"TavoPathTest-" + std::to_wstring(GetCurrentProcessId()));
     ASSERT_TRUE(CreateDirectoryW(root.c_str(), nullptr));
-    const std::string rootA(CStringA(root.c_str()));
-    CloseHandle(CreateFileW((root + L"\\file.txt").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
-    const auto removeMade = [&](std::initializer_list<const wchar_t*> made) {
-        for (const wchar_t* sz : made) RemoveDirectoryW((root + L"\\" + sz).c_str());
+    const std::string rootA = Text(root.c_str()), file = rootA + "\\file.txt", failed = "128|Tavo::_CreateDirectory|FAILED: ";
+    CloseHandle(CreateFileA(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+    const struct { bool bNarrow; std::string path; HRESULT hr; std::string line; std::vector<const wchar_t*> made; } chains[] = {
+        {false, rootA, S_OK, "", {}}, {true, rootA + "\\a\\b\\c", S_OK, "", {L"a\\b\\c", L"a\\b", L"a"}},
+        {false, rootA + "\\\\d\\\\\\e\\", S_OK, "", {L"d\\e", L"d"}}, {true, rootA + "\\\x83\x5C\\\xC4", S_OK, "", {L"\x30BD\\\xFF84", L"\x30BD"}},
+        {false, file + "\\sub\\deeper", HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND), failed + "::CreateDirectoryW(strPath, 0) - GetLastError = 3", {}},
+        {true, file, HRESULT_FROM_WIN32(1234), failed + "0x00000010 == (0x00000010 & ::GetFileAttributesW(strDirectory)) - GetLastError = 1234", {}},
+        {true, "relative\\dir", HRESULT_FROM_WIN32(1234), failed + "PathStripToRootW(strPath.GetBuffer()) - GetLastError = 1234", {}},
+        {false, "", E_INVALIDARG, "", {}},
     };
-
-    const std::string finalTest = "FAILED: 0x00000010 == (0x00000010 & ::GetFileAttributesW(strDirectory)) - GetLastError = ";
-    struct Row { std::string path; long expected; std::string line; std::vector<std::wstring> tree; };  // line: none if empty
-    const std::vector<std::wstring> justTheFile = {L"file.txt"};
-    const Row rows[] = {
-        {rootA, S_OK, "", justTheFile},
-        {rootA + "\\a\\b\\c", S_OK, "", {L"a\\", L"a\\b\\", L"a\\b\\c\\", L"file.txt"}},
-        {rootA + "\\\\d\\\\\\e\\", S_OK, "", {L"d\\", L"d\\e\\", L"file.txt"}},
-        {rootA + "\\file.txt\\sub\\deeper", HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND),
-         "FAILED: ::CreateDirectoryW(strPath, 0) - GetLastError = 3", justTheFile},
-        // The last error is whatever the successful calls before left: the sentinel set below.
-        {rootA + "\\file.txt", HRESULT_FROM_WIN32(1234), finalTest + "1234", justTheFile},
-        {missingDrive, HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND), finalTest + "3", justTheFile},
-        {"relative\\dir", HRESULT_FROM_WIN32(1234), "FAILED: PathStripToRootW(strPath.GetBuffer()) - GetLastError = 1234",
-         justTheFile},
-        {"", E_INVALIDARG, "", justTheFile},
-    };
-    for (const bool bNarrow : {false, true}) {
-        for (const Row& row : rows) {
-            SCOPED_TRACE(row.path + (bNarrow ? " (narrow)" : " (wide)"));
-            tavo::test::ClearRecordedLines();
-            SetLastError(1234);
-            const long hr = bNarrow ? Tavo::CreateDirectoryA(row.path.c_str()) : Tavo::CreateDirectoryW(CStringW(row.path.c_str()));
-            EXPECT_EQ(Hex(row.expected), Hex(hr));
-            std::vector<std::string> expectedLines;
-            if (!row.line.empty()) expectedLines.push_back("128|Tavo::_CreateDirectory|" + row.line);
-            EXPECT_EQ(expectedLines, Lines());
-            EXPECT_EQ(row.tree, Tree(root));
-            removeMade({L"a\\b\\c", L"a\\b", L"a", L"d\\e", L"d"});
-        }
+    for (const auto& row : chains) {
+        SCOPED_TRACE(::testing::PrintToString(row.path));  // escaped: the path may hold double-byte text
+        tavo::test::ClearRecordedLines();
+        SetLastError(1234);
+        const long hr = row.bNarrow ? tavo::test::WithThreadLocale(kJapanese, [&] { return Tavo::CreateDirectoryA(row.path.c_str()); })
+                                    : Tavo::CreateDirectoryW(CStringW(row.path.c_str()));
+        EXPECT_EQ(Hex(row.hr), Hex(hr));
+        EXPECT_EQ(row.line.empty() ? Lines() : Lines{row.line}, Recorded());
+        for (const wchar_t* sz : row.made) EXPECT_TRUE(RemoveDirectoryW((root + L"\\" + sz).c_str())) << Text(sz);
     }
-    tavo::test::ClearRecordedLines();
-    EXPECT_EQ(Hex(E_INVALIDARG), Hex(Tavo::CreateDirectoryW(nullptr)));
-    EXPECT_EQ(Hex(E_INVALIDARG), Hex(Tavo::CreateDirectoryA(nullptr)));
-    EXPECT_TRUE(Lines().empty());
+    EXPECT_EQ("0x80070057 0x80070057", Join({Hex(Tavo::CreateDirectoryW(nullptr)), Hex(Tavo::CreateDirectoryA(nullptr))}));
+    EXPECT_TRUE(DeleteFileA(file.c_str()) && RemoveDirectoryW(root.c_str())) << "nothing else was made";
+}
 
-    const std::string path = rootA + "\\\x83\x5C\\\xC4";  // U+30BD, then U+FF84 (half-width)
-    EXPECT_EQ(Hex(S_OK), Hex(tavo::test::WithThreadLocale(kJapaneseLocale, [&] { return Tavo::CreateDirectoryA(path.c_str()); })));
-    EXPECT_EQ((std::vector<std::wstring>{L"file.txt", L"\x30BD\\", L"\x30BD\\\xFF84\\"}), Tree(root));
-    removeMade({L"\x30BD\\\xFF84", L"\x30BD"});
-    DeleteFileW((root + L"\\file.txt").c_str());
-    EXPECT_TRUE(RemoveDirectoryW(root.c_str()));
+// Tokens are appended; the narrow forms keep a double-byte character whole (83 5C in code page 932). A
+// GUID's text may come with or without braces; a key's name is the native call's, which leaves the
+// last error alone.
+TEST(Names, TokensGuidTextAndRegistryKeyNames)
+{
+    const auto set = [](const char* sz, const char* delimiters) {
+        return [=] { return Join({Split(sz, delimiters), Split(sz ? CStringW(sz).GetString() : nullptr, delimiters ? CStringW(delimiters).GetString() : nullptr)}); };
+    };
+    const auto one = [](const char* sz, char ch) { return [=] { return Join({Split(sz, ch), Split(CStringW(sz).GetString(), static_cast<wchar_t>(ch))}); }; };
+    const auto twice = [](const std::string& s) { return s + " " + s; };
+    const Lines refused(2, "128|Tavo::SplitString|FAILURE: E_INVALIDARG - 0x80070057"), empty(2, "128|Tavo::GuidFromString|Invalid NULL or empty string argument: szGuid");
+    const GUID guid = {0x6B29FC40, 0xCA47, 0x1067, {0xB3, 0x1D, 0x00, 0xDD, 0x01, 0x06, 0x62, 0xDA}};
+    const auto parsed = [&](const char* sz) {
+        return [=] { return Join({IsEqualGUID(guid, Tavo::GuidFromString(sz)), IsEqualGUID(guid, Tavo::GuidFromString(sz ? CStringW(sz).GetString() : nullptr))}); };
+    };
+    HKEY hOpen = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System", 0, KEY_READ, &hOpen));
+    ULONG block[128] = {}, cb = 0;  // the name asked directly: a byte count, the name unterminated, zeros behind
+    const auto query = reinterpret_cast<LONG(NTAPI*)(HANDLE, int, PVOID, ULONG, PULONG)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "ZwQueryKey")));
+    ASSERT_EQ(0, query(hOpen, 3, block, sizeof(block) - 2, &cb));
+    const std::string name = Text(reinterpret_cast<const wchar_t*>(block + 1)), failed = "128|Tavo::StringFromHKEYW|FAILED: ";
+    const auto verify = [](const char* aw) { return "4|Tavo::StringFromHKEY" + std::string(aw) + "|StringFromHKEYW(hKey, strOutput) - 0x800704d2"; };
+    ExpectCases({
+        {"any of a set", set("a,b;c", ",;"), twice("0x00000000 [kept] [a] [b] [c]"), {}}, {"none but delimiters", set(",;,", ",;"), twice("0x00000000 [kept]"), {}},
+        {"one, in runs", one(",,a,,b;c,,", ','), twice("0x00000000 [kept] [a] [b;c]"), {}}, {"%", one("x%y%%z", '%'), twice("0x00000000 [kept] [x] [y] [z]"), {}},
+        {"no delimiters", set("one", ""), twice("0x80070057 [kept]"), refused}, {"null delimiters", set("one", nullptr), twice("0x80070057 [kept]"), refused},
+        {"delimiter 0", one("a b", '\0'), twice("0x80070057 [kept]"), refused}, {"null text", set(nullptr, ","), twice("0x80070057 [kept]"), refused},
+        {"GUID text", TEXT_OF(Tavo::StringFromGuidW(guid), Tavo::StringFromGuidA(guid)), "{6B29FC40-CA47-1067-B31D-00DD010662DA} {6B29FC40-CA47-1067-B31D-00DD010662DA}", {}},
+        {"braced", parsed("{6B29FC40-CA47-1067-B31D-00DD010662DA}"), "1 1", {}}, {"bare, lower case", parsed("6b29fc40-ca47-1067-b31d-00dd010662da"), "1 1", {}},
+        {"blank first", parsed(" {6B29FC40-CA47-1067-B31D-00DD010662DA}"), "0 0", Lines(2, "4|Tavo::GuidFromString|CLSIDFromString(strGuid, &guid) - 0x800401f3")},
+        {"empty", parsed(""), "0 0", empty}, {"null", parsed(nullptr), "0 0", empty},
+        {"open key", TEXT_OF(Tavo::StringFromHKEYW(hOpen), Tavo::StringFromHKEYA(hOpen)), name + " " + name, Lines(2, "32|Tavo::StringFromHKEYW|" + name)},
+        {"null key", TEXT_OF(Tavo::StringFromHKEYW(nullptr), Tavo::StringFromHKEYA(nullptr)), " ",
+         {failed + "hKey - GetLastError = 1234", verify("W"), failed + "hKey - GetLastError = 1234", verify("A")}},
+        {"predefined key: no handle to the native call", TEXT_OF(Tavo::StringFromHKEYW(HKEY_CURRENT_USER)), "",
+         {failed + "((NTSTATUS)0xC0000023L) == ZwQueryKey(hKey, KeyNameInformation, 0, 0, &dwSize) - GetLastError = 1234", verify("W")}},
+    });
+    RegCloseKey(hOpen);
+    const int nOldCodePage = _getmbcp();
+    ASSERT_EQ(0, _setmbcp(932));
+    tavo::test::ScopedImportPatch cspn(Library(), "msvcrt.dll", "_mbscspn", &Mbscspn);
+    const std::string tokens = Split("\\a\x83\x5C" "b\\c", '\\');
+    _setmbcp(nOldCodePage);
+    EXPECT_EQ("0x00000000 [kept] [a\x83\x5C" "b] [c]", tokens);
 }
