@@ -1,276 +1,300 @@
-// The OS code, WOW64 and the directory caches fill once per process, so each answer the platform is
-// made to give is read by a fresh child; what does not cache is checked in this process.
+// System inspection. Caches fill once per process, so what the platform is made to answer is read by a fresh child;
+// Wine fails the SSD queries and has no WMI faults on demand, so fakes patched into the library's imports answer.
 #include <TavoCommon.h>
-#include <CorvDebug.h>
+
+#include <objbase.h>
+#include <wbemcli.h>
 
 #include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "ChildProcess.h"
 #include "ImportPatch.h"
 #include "Recorder.h"
 
-using tavo::test::ChildReport;
-using tavo::test::RecordedLine;
-using tavo::test::ScratchInstall;
+using namespace tavo::test;
 
 namespace {
 
-HMODULE Library() { return tavo::test::LoadedModule("TavoCommon.dll"); }
-
-std::vector<std::string> TextsAtLevel(unsigned level)
+HMODULE Lib() { return LoadedModule("TavoCommon.dll"); }
+bool OnWow64() { return GetEnvironmentVariableA("PROCESSOR_ARCHITEW6432", nullptr, 0) != 0; }  // as Windows tells it
+std::string Hex(long hr) { char s[12]; return std::string(s, snprintf(s, sizeof s, "%#lx", hr)); }
+std::string Narrow(const wchar_t* sz) { return sz ? std::string(Tavo::CStringA(sz)) : "(null)"; }
+std::string Lines()  // "level|function|text" of each line recorded since the last call
 {
-    std::vector<std::string> texts;
-    for (const RecordedLine& line : tavo::test::RecordedLines())
-        if (line.level == level) texts.push_back(line.text);
-    return texts;
+    std::string s;
+    for (const RecordedLine& l : RecordedLines()) s += std::to_string(l.level) + "|" + l.function + "|" + l.text + "\n";
+    return ClearRecordedLines(), s;
 }
 
-// Independent of the library: Windows tells a WOW64 process the native architecture.
-bool OnWow64() { return GetEnvironmentVariableA("PROCESSOR_ARCHITEW6432", nullptr, 0) != 0; }
-
-OSVERSIONINFOEXA g_version;  // dwOSVersionInfoSize 0: the query fails
-int g_versionCalls;
-BOOL WINAPI FakeGetVersionExA(LPOSVERSIONINFOA pInfo)
+// GetVersionExA answers the child's "PLATFORM MAJOR MINOR SERVICEPACK" once, fails for "fail", else asks the platform.
+const ScopedImportPatch* g_version;
+BOOL WINAPI FakeGetVersionExA(LPOSVERSIONINFOA p)
 {
-    ++g_versionCalls;
-    if (!g_version.dwOSVersionInfoSize) return SetLastError(ERROR_INVALID_PARAMETER), FALSE;
-    memcpy(pInfo, &g_version, sizeof(g_version));
-    return TRUE;
+    static int calls;
+    auto* v = reinterpret_cast<OSVERSIONINFOEXA*>(p);
+    EXPECT_TRUE(++calls == 1 && v->dwOSVersionInfoSize == 0x9C);
+    if (ChildArgs()[0] == "fail") return SetLastError(ERROR_INVALID_PARAMETER), FALSE;
+    return sscanf(ChildArgs()[0].c_str(), "%lu %lu %lu %hu", &v->dwPlatformId, &v->dwMajorVersion, &v->dwMinorVersion,
+                  &v->wServicePackMajor) == 4 || g_version->Original<decltype(&GetVersionExA)>()(p);
 }
-
-template <typename CHAR>
-std::string g_search;  // "level/flags" of the last search of that width
+std::string g_search;  // "level/flags " of each search
 template <typename CHAR>
 HANDLE WINAPI FakeFindFirstFileEx(const CHAR*, FINDEX_INFO_LEVELS level, LPVOID, FINDEX_SEARCH_OPS, LPVOID, DWORD flags)
 {
-    g_search<CHAR> = std::to_string(level) + "/" + std::to_string(flags);
-    return INVALID_HANDLE_VALUE;
+    return g_search += std::to_string(level) + "/" + std::to_string(flags) + " ", INVALID_HANDLE_VALUE;
 }
 
-// Args: none (the platform's own version), or "PLATFORM MAJOR MINOR SERVICEPACK" injected, or "fail".
-TAVO_CHILD_CASE(OsProbe)
+// Reports the OS code and what follows; checks the WOW64 caches, which before NT (no IsWow64Process) see 32-bit Windows.
+TAVO_CHILD_CASE(FreshProcess)
 {
-    const std::vector<std::string>& args = tavo::test::ChildArgs();
-    if (args.size() == 4) {
-        g_version.dwOSVersionInfoSize = sizeof(g_version);
-        g_version.dwPlatformId = std::stoul(args[0]);
-        g_version.dwMajorVersion = std::stoul(args[1]);
-        g_version.dwMinorVersion = std::stoul(args[2]);
-        g_version.wServicePackMajor = static_cast<WORD>(std::stoul(args[3]));
-    }
-    std::unique_ptr<tavo::test::ScopedImportPatch> version;
-    if (!args.empty())
-        version = std::make_unique<tavo::test::ScopedImportPatch>(Library(), "KERNEL32.dll", "GetVersionExA", &FakeGetVersionExA);
-    TAVO_PATCH_IMPORT(findW, Library(), "KERNEL32.dll", FindFirstFileExW, FakeFindFirstFileEx<wchar_t>);
-    TAVO_PATCH_IMPORT(findA, Library(), "KERNEL32.dll", FindFirstFileExA, FakeFindFirstFileEx<char>);
-
-    int servicePack = 12345;
-    const int os = Tavo::GetOS(&servicePack);
-    std::string bits;
-    for (bool b : {Tavo::IsXP(), Tavo::IsWinXPOrNewer(), Tavo::IsVista(), Tavo::IsWinVistaOrNewer(), Tavo::IsWin7(),
-                   Tavo::IsWin7OrNewer(), Tavo::IsWin8(), Tavo::IsWin8OrNewer()})
-        bits += b ? '1' : '0';
-    ChildReport("os", std::to_string(os) + " sp " + std::to_string(servicePack) + " again " + std::to_string(Tavo::GetOS()));
-    ChildReport("predicates", bits);
-    ChildReport("versionCalls", g_versionCalls);
-    std::string verify;
-    for (const std::string& text : TextsAtLevel(TRACE_VERIFY)) verify += text + ";";
-    ChildReport("verify", verify);
-    WIN32_FIND_DATAW dataW;
-    WIN32_FIND_DATAA dataA;
-    Tavo::FindFirstFileW(L"C:\\*", &dataW);
-    Tavo::FindFirstFileA("C:\\*", &dataA);
-    ChildReport("search", g_search<wchar_t> + " " + g_search<char>);
+    const bool beforeNT = ChildArgs()[0][0] == '1', is64 = OnWow64() && !beforeNT;
+    ScopedImportPatch version(Lib(), "KERNEL32.dll", "GetVersionExA", &FakeGetVersionExA);
+    ScopedProcAddressOverride isWow64(Lib(), "IsWow64Process", beforeNT ? nullptr : GetProcAddress(GetModuleHandleA("kernel32"), "IsWow64Process"));
+    TAVO_PATCH_IMPORT(findW, Lib(), "KERNEL32.dll", FindFirstFileExW, FakeFindFirstFileEx<wchar_t>);
+    TAVO_PATCH_IMPORT(findA, Lib(), "KERNEL32.dll", FindFirstFileExA, FakeFindFirstFileEx<char>);
+    int servicePack = 12345, code = (g_version = &version, Tavo::GetOS(&servicePack));
+    std::string os = std::to_string(code) + " sp " + std::to_string(servicePack) + " ";
+    for (bool b : {Tavo::IsXP(), Tavo::IsWinXPOrNewer(), Tavo::IsVista(), Tavo::IsWinVistaOrNewer(), Tavo::IsWin7(), Tavo::IsWin7OrNewer(),
+                   Tavo::IsWin8(), Tavo::IsWin8OrNewer()})
+        os += b ? '1' : '0';
+    union { WIN32_FIND_DATAW w; WIN32_FIND_DATAA a; } data;
+    Tavo::FindFirstFileW(L"C:\\*", &data.w), Tavo::FindFirstFileA("C:\\*", &data.a);
+    ChildReport("os", os + " " + g_search + Lines());
+    wchar_t system[MAX_PATH] = {};
+    is64 ? GetSystemWow64DirectoryW(system, MAX_PATH) : GetSystemDirectoryW(system, MAX_PATH);
+    for (int i = 0; i < 2; ++i) EXPECT_TRUE(Tavo::Is64BitWindows() == is64 && Tavo::IsWow64Process() == is64);
+    EXPECT_EQ(Narrow(system) + "/" + Narrow(system), Narrow(Tavo::GetSystemWow64DirectoryW()) + "/" + Tavo::GetSystemWow64DirectoryA());
+    EXPECT_EQ(beforeNT ? "64|Tavo::IsWow64Process|Could not find IsWow64Process\n" : "", Lines());
     return 0;
 }
 
-// What the child must report for an OS code: the predicates ("XP, XP or newer, Vista, ...") and the
-// search level and flags of both forms.
-void ExpectProbe(const tavo::test::ChildResult& r, int os, int servicePack)
+// The OS code at each threshold and past the ends, its service pack, predicates (XP, +, Vista, +, 7, +, 8, +), searches.
+TEST(OsVersion, CodeFollowsTheVersionAskedOnce)
 {
-    ASSERT_EQ(0u, r.exitCode) << r.output;
-    EXPECT_EQ(std::to_string(os) + " sp " + std::to_string(servicePack) + " again " + std::to_string(os), r.Value("os"));
-    std::string bits;
-    for (int code : {Tavo::OS_WINXP, Tavo::OS_VISTA, Tavo::OS_WIN7, Tavo::OS_WIN8})
-        bits += std::string(1, os == code ? '1' : '0') + (os >= code ? '1' : '0');
-    EXPECT_EQ(bits, r.Value("predicates"));
-    const std::string search = os >= Tavo::OS_WIN7 ? "1/2" : "0/0";
-    EXPECT_EQ(search + " " + search, r.Value("search"));
+    const char* const rows[][2] = {
+        {"1 6 1 3", "0 sp -1 00000000 0/0 0/0 "},  // not NT: the service pack stays unread
+        {"2 4 0 6", "0 sp 6 00000000 0/0 0/0 "}, {"2 5 0 4", "1 sp 4 00000000 0/0 0/0 "}, {"2 5 1 3", "2 sp 3 11000000 0/0 0/0 "},
+        {"2 5 2 2", "2 sp 2 11000000 0/0 0/0 "}, {"2 6 0 2", "3 sp 2 01110000 0/0 0/0 "}, {"2 6 1 1", "4 sp 1 01011100 1/2 1/2 "},
+        {"2 6 2 0", "5 sp 0 01010111 1/2 1/2 "}, {"2 6 3 0", "6 sp 0 01010101 1/2 1/2 "}, {"2 6 4 1", "6 sp 1 01010101 1/2 1/2 "},
+        {"2 10 0 0", "0 sp 0 00000000 0/0 0/0 "},  // 10.0 is not "6.3 and beyond"
+        {"fail", "0 sp -1 00000000 0/0 0/0 1|Tavo::_GetOS|::GetVersionEx((LPOSVERSIONINFO)&ovi) - 87\n"},
+        {"winxp", "2 sp 3 11000000 0/0 0/0 "},  // the platform's own answer, set for this row's program name only
+    };
+    const std::string exe = "TavoSysVersionProbe.exe", key = "Software\\Wine\\AppDefaults\\" + exe;
+    for (const auto& row : rows) {
+        ScratchInstall install;
+        if (!strcmp(row[0], "winxp")) install.SetProgramName(exe), RegSetKeyValueA(HKEY_CURRENT_USER, key.c_str(), "Version", REG_SZ, "winxp", 6);
+        const ChildResult r = install.Run("FreshProcess", {row[0]});
+        RegDeleteKeyA(HKEY_CURRENT_USER, key.c_str());
+        EXPECT_EQ(0u, r.exitCode) << r.output;
+        EXPECT_EQ(row[1], r.Value("os")) << row[0];
+    }
+}
+
+// A format's name is kept; a refused one gives "" and is asked again.
+TEST(SystemDirectories, ComputerNamesPerFormat)
+{
+    const wchar_t* netBios = Tavo::GetComputerNameExW(ComputerNameNetBIOS);
+    const auto refused = static_cast<COMPUTER_NAME_FORMAT>(ComputerNameMax + 5);
+    EXPECT_TRUE(netBios == Tavo::GetComputerNameExW(ComputerNameNetBIOS) && netBios != Tavo::GetComputerNameExW(ComputerNameDnsHostname) &&
+                !wcscmp(netBios, Tavo::GetComputerNameW()));
+    Lines();
+    EXPECT_TRUE(!*Tavo::GetComputerNameExW(refused) && !*Tavo::GetComputerNameExW(refused) && !*Tavo::GetComputerNameExA(refused));
+    const std::string refusal = "|GetComputerNameEx failed, GetLastError = 87\n";
+    EXPECT_EQ("128|Tavo::GetComputerNameExW" + refusal + "128|Tavo::GetComputerNameExW" + refusal + "128|Tavo::GetComputerNameExA" + refusal, Lines());
+}
+
+// SSD: the library's opens, requests and closes are answered here, and the requests checked byte by byte.
+struct Disk {
+    DWORD openError[2];      // of the volume's and the disk's open, 0 to succeed
+    int extentsError;        // -1 to succeed, else the last error of its failure (0 included)
+    int penalty, rotation;   // -1: that request fails; else IncursSeekPenalty, word 217
+    std::wstring log = L"";  // per open its name past \\.\ (d: disk 12), ? wrong arguments, ! failed; E/P/A a request; c a close
+} *g_disk;
+HANDLE WINAPI FakeCreateFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES sa, DWORD how, DWORD flags, HANDLE tmpl)
+{
+    const bool disk = !wcscmp(name, L"\\\\.\\physicaldrive12"), asked = access == 0xC0000000 && share == 3 && sa->nLength == 12 &&
+        !sa->lpSecurityDescriptor && !sa->bInheritHandle && how == OPEN_EXISTING && flags == 0x80 && !tmpl && !wcsncmp(name, L"\\\\.\\", 4);
+    g_disk->log += (disk ? L"d" : std::wstring(name + 4)) + (asked ? L"" : L"?") + (g_disk->openError[disk] ? L"!" : L"");
+    return g_disk->openError[disk] ? (SetLastError(g_disk->openError[disk]), INVALID_HANDLE_VALUE) : reinterpret_cast<HANDLE>(0x100);
+}
+BOOL WINAPI FakeDeviceIoControl(HANDLE, DWORD code, LPVOID in, DWORD cbIn, LPVOID out, DWORD cbOut, LPDWORD, LPOVERLAPPED)
+{
+    auto *pbIn = static_cast<BYTE*>(in), *pbOut = static_cast<BYTE*>(out);
+    const int answer = code == 0x560000 ? g_disk->extentsError : code == 0x2D1400 ? g_disk->penalty : g_disk->rotation;
+    g_disk->log += code == 0x560000 ? L'E' : code == 0x2D1400 ? L'P' : L'A';
+    if (code == 0x560000) return answer >= 0 || cbOut != 32 ? (SetLastError(answer), FALSE) : (pbOut[0] = 1, pbOut[8] = 12, TRUE);
+    std::vector<BYTE> request(pbIn, pbIn + cbIn), query(12), ata(552);  // IDENTIFY DEVICE: 40-byte header, data in, 512 bytes, 30 s
+    query[0] = 7, ata[0] = 40, ata[2] = 2, ata[9] = 2, ata[12] = 30, ata[20] = 40, ata[38] = 0xEC;
+    EXPECT_TRUE(code == 0x2D1400 ? request == query && cbOut == 64 && !pbOut[8] : code == 0x4D02C && in == out && request == ata);
+    if (answer < 0) return SetLastError(ERROR_NOT_SUPPORTED), FALSE;
+    pbOut[code == 0x2D1400 ? 8 : 474] = static_cast<BYTE>(answer), pbOut[code == 0x2D1400 ? 9 : 475] = static_cast<BYTE>(answer >> 8);
+    return TRUE;
+}
+BOOL WINAPI FakeCloseHandle(HANDLE h) { return g_disk->log += h == reinterpret_cast<HANDLE>(0x100) ? L'c' : L'?', TRUE; }
+long DriveC() { return Tavo::IsDriveSSDW(L'C'); }
+
+// Every road of the decision, each handle closed before the next open; string forms take the first character.
+TEST(Ssd, DecisionFollowsTheDeviceAnswers)
+{
+    const std::string open = "128|Tavo::IsDriveSSDW|FAILED: hDrive = CreateFileW(strDrive, (0x80000000L) | (0x40000000L), "
+                             "0x00000001 | 0x00000002, &sa, 3, 0x00000080, 0) - GetLastError = ";
+    const std::string extents = "128|Tavo::IsDriveSSDW|FAILURE: DeviceIoControl(hDrive, IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, NULL, 0, "
+                                "&vdeOutBuffer, sizeof(vdeOutBuffer), &dwBytesReturned, NULL) - ";
+    const std::string penalty = "32|Tavo::IsDriveSSDW|Drive C has", invalid = "128|Tavo::IsDriveSSD";
+    const struct { long (*call)(); Disk disk; long hr; const wchar_t* log; std::string line; } rows[] = {
+        {DriveC, {{2, 0}, -1, -1, -1}, long(0x80070002), L"C:!", open + "2\n"},
+        {DriveC, {{0, 5}, -1, -1, -1}, long(0x80070005), L"C:Ecd!", open + "5\n"},
+        {DriveC, {{0, 0}, 50, -1, -1}, long(0x80070032), L"C:Ec", extents + "0x80070032\n"},
+        {DriveC, {{0, 0}, 0, -1, -1}, long(0x8007001F), L"C:Ec", extents + "0x8007001f\n"},  // never read as an SSD
+        {DriveC, {{0, 0}, -1, 1, -1}, S_FALSE, L"C:EcdPc", penalty + " seek penalty\n"},
+        {DriveC, {{0, 0}, -1, 0x100, -1}, S_OK, L"C:EcdPc", penalty + " no seek penalty\n"},  // IncursSeekPenalty is one byte
+        {DriveC, {{0, 0}, -1, -1, 1}, S_OK, L"C:EcdPAc", ""},
+        {DriveC, {{0, 0}, -1, -1, 0}, S_FALSE, L"C:EcdPAc", ""},
+        {DriveC, {{0, 0}, -1, -1, 0x101}, S_FALSE, L"C:EcdPAc", ""},
+        {DriveC, {{0, 0}, -1, -1, -1}, S_FALSE, L"C:EcdPAc", "64|Tavo::IsDriveSSDW|Cannot tell if drive C is a SSD or not!\n"},
+        {[] { return Tavo::IsDriveSSDW(static_cast<const wchar_t*>(nullptr)); }, {{0, 0}, 0, 0, 0}, E_POINTER, L"", invalid + "W|Invalid null pointer: szDrive\n"},
+        {[] { return Tavo::IsDriveSSDA(""); }, {{0, 0}, 0, 0, 0}, E_INVALIDARG, L"", invalid + "A|Invalid string argument: szDrive\n"},
+        {[] { return Tavo::IsDriveSSDW(L"q:\\x"); }, {{0, 0}, -1, -1, 1}, S_OK, L"q:EcdPAc", ""},
+        {[] { return Tavo::IsDriveSSDA("e:\\x"); }, {{0, 0}, -1, -1, 1}, S_OK, L"e:EcdPAc", ""},
+        {[] { return Tavo::IsDriveSSDA('\xE9'); }, {{2, 0}, 0, 0, 0}, long(0x80070002), L"\xFFE9:!", open + "2\n"},
+    };
+    TAVO_PATCH_IMPORT(create, Lib(), "KERNEL32.dll", CreateFileW, FakeCreateFileW);
+    TAVO_PATCH_IMPORT(control, Lib(), "KERNEL32.dll", DeviceIoControl, FakeDeviceIoControl);
+    TAVO_PATCH_IMPORT(close, Lib(), "KERNEL32.dll", CloseHandle, FakeCloseHandle);
+    for (const auto& row : rows) {
+        Disk disk = row.disk;
+        g_disk = &disk, Lines();
+        const long hr = row.call();
+        EXPECT_EQ(Hex(row.hr) + row.line, Hex(hr) + Lines()) << row.log;
+        EXPECT_EQ(row.log, disk.log);
+    }
+}
+
+// WMI: the fakes' virtual methods sit in the interfaces' slots; locator, context, services and enumerator share none.
+enum Step { kLocator, kContext, kSetValue, kConnect, kBlanket, kExec, kGet, kChangeType, kNullFirst, kNone };
+struct Wmi {
+    const wchar_t* rows;            // a row per character, '0' null, '*' an array; null: no enumerator at all
+    HRESULT end = WBEM_S_FALSE;     // Next's answer after the rows
+    Step fail[2] = {kNone, kNone};  // the failing step of the first attempt and of the 64-bit one; injected: 0x80041010
+    int attempts = 0, live = 0, next = 0;
+    std::string log = "";           // namespace, +64 for the 64-bit provider's context, and query of each attempt
+} *g_wmi;
+HRESULT Hr(Step step) { return step != kNone && g_wmi->fail[g_wmi->attempts - 1] == step ? 0x80041010 : S_OK; }
+template <typename T>
+HRESULT Make(Step step, T* fake, void** out) { return SUCCEEDED(Hr(step)) ? (++g_wmi->live, *out = fake, S_OK) : (delete fake, Hr(step)); }
+struct Row final {
+    explicit Row(const wchar_t* c) : cell(c) {}
+    const wchar_t* cell;  // its row of the script
+    virtual void S0() {} virtual void S1() {} virtual ULONG WINAPI Release() { return --g_wmi->live, delete this, 0; } virtual void S3() {}
+    virtual HRESULT WINAPI Get(LPCWSTR name, LONG, VARIANT* v, void*, void*)
+    {
+        v->vt = *cell == L'0' ? VT_NULL : *cell == L'*' ? VT_ARRAY | VT_I4 : VT_BSTR;
+        if (v->vt == VT_BSTR) v->bstrVal = SysAllocStringLen(cell, 1);
+        if (*cell == L'*') v->parray = SafeArrayCreateVector(VT_I4, 0, 2);
+        return wcscmp(name, L"Name") ? E_INVALIDARG : Hr(kGet);
+    }
+};
+struct Fake final {
+    LONG architecture = 0;  // of a context
+    virtual void S0() {} virtual void S1() {} virtual ULONG WINAPI Release() { return --g_wmi->live, delete this, 0; }
+    virtual HRESULT WINAPI ConnectServer(BSTR ns, BSTR user, BSTR password, BSTR locale, LONG flags, BSTR authority, Fake* context, void** out)
+    {
+        g_wmi->log += Narrow(ns) + (context ? "+" + std::to_string(context->architecture) : "") + (user || password || locale || flags || authority ? "? " : " ");
+        return Make(kConnect, new Fake, out);
+    }
+    virtual HRESULT WINAPI Next(LONG timeout, ULONG count, void** out, ULONG* returned)
+    {
+        *returned = timeout == -1 && count == 1 && g_wmi->rows[g_wmi->next];
+        return *returned ? Make(kNone, new Row(g_wmi->rows + g_wmi->next++), out) : g_wmi->end;
+    }
+    virtual void S5() {} virtual void S6() {} virtual void S7() {}
+    virtual HRESULT WINAPI SetValue(LPCWSTR name, LONG flags, VARIANT* v)
+    {
+        return architecture = !wcscmp(name, L"__ProviderArchitecture") && !flags && v->vt == VT_I4 ? v->lVal : -1, Hr(kSetValue);
+    }
+    virtual void S9() {} virtual void S10() {} virtual void S11() {} virtual void S12() {} virtual void S13() {} virtual void S14() {}
+    virtual void S15() {} virtual void S16() {} virtual void S17() {} virtual void S18() {} virtual void S19() {}
+    virtual HRESULT WINAPI ExecQuery(BSTR language, BSTR query, LONG flags, void* context, void** out)
+    {
+        g_wmi->log += Narrow(query) + (wcscmp(language, L"WQL") || flags != 0x30 || context ? "? " : " ");
+        return g_wmi->rows ? (g_wmi->next = 0, Make(kExec, new Fake, out)) : S_OK;
+    }
+};
+HRESULT WINAPI FakeCoCreateInstance(REFCLSID clsid, LPUNKNOWN, DWORD context, REFIID iid, LPVOID* out)
+{
+    const bool locator = IsEqualCLSID(clsid, __uuidof(WbemLocator)) && IsEqualIID(iid, __uuidof(IWbemLocator)), known = context == 1 &&
+        (locator || (IsEqualCLSID(clsid, __uuidof(WbemContext)) && IsEqualIID(iid, __uuidof(IWbemContext))));  // in-process only
+    return g_wmi->attempts += locator, known ? Make(locator ? kLocator : kContext, new Fake, out) : E_INVALIDARG;
+}
+HRESULT WINAPI FakeCoSetProxyBlanket(IUnknown*, DWORD authn, DWORD authz, OLECHAR* principal, DWORD level, DWORD imp,
+                                     RPC_AUTH_IDENTITY_HANDLE identity, DWORD caps)
+{
+    return authn == 10 && !authz && !principal && level == 3 && imp == 3 && !identity && !caps ? Hr(kBlanket) : E_INVALIDARG;
+}
+template <typename F>
+auto WithWmi(Wmi wmi, F f)  // the result and the log; every fake that f made must be released by its end
+{
+    TAVO_PATCH_IMPORT(create, Lib(), "ole32.dll", CoCreateInstance, FakeCoCreateInstance);
+    TAVO_PATCH_IMPORT(blanket, Lib(), "ole32.dll", CoSetProxyBlanket, FakeCoSetProxyBlanket);
+    g_wmi = &wmi, Lines();
+    auto result = f();
+    EXPECT_EQ(0, wmi.live) << "COM objects left unreleased";
+    return std::make_pair(result, wmi.log);
+}
+
+// Rows joined by "|", a failure at any step its HRESULT and line; 64-bit Windows retries with the 64-bit provider.
+TEST(QueryWMI, RowsAreJoinedAndEachFailureReported)
+{
+    const char* const texts[] = {
+        "::CoCreateInstance(__uuidof(WbemLocator), 0, CLSCTX_INPROC_SERVER, __uuidof(IWbemLocator), (LPVOID*)&pWbemLocator)",
+        "CoCreateInstance(__uuidof(WbemContext), NULL, CLSCTX_INPROC_SERVER, __uuidof(IWbemContext), (LPVOID*)&pWbemContext)",
+        "pWbemContext->SetValue(L\"__ProviderArchitecture\", 0, &vt)",
+        "pWbemLocator->ConnectServer(CComBSTR(szNamespace), NULL, NULL, 0, NULL, 0, pWbemContext, &pWbemServices)",
+        "::CoSetProxyBlanket(pWbemServices, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, NULL, RPC_C_AUTHN_LEVEL_CALL, "
+        "RPC_C_IMP_LEVEL_IMPERSONATE, NULL, EOAC_NONE)",
+        "pWbemServices->ExecQuery(CComBSTR(\"WQL\"), CComBSTR(szQuery), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, NULL, "
+        "&pEnumWbemClassObject)",
+        "pWbemClassObject->Get(szItem, 0, &vtProp, 0, 0)", "vtProp.ChangeType(VT_BSTR)", nullptr, nullptr};
+    const struct { Wmi wmi; const char* joined; HRESULT hr = 0x80041010; } rows[] = {
+        {{L"ABC"}, "A|B|C", S_OK}, {{L"A0C"}, "A||C", S_OK}, {{L"A0"}, "A|", S_OK}, {{L""}, "", S_OK}, {{nullptr}, "", S_OK},
+        {{L"AB", HRESULT(WBEM_E_FAILED)}, "A|B", S_OK},  // the enumerator failing midway keeps what was read
+        {{L"AB", S_OK}, "A|B", S_OK},                      // success without an object ends the walk
+        {{L"0B", WBEM_S_FALSE, {kNullFirst, kNullFirst}}, "", HRESULT(0x800710D2)},
+        {{L"A*", WBEM_S_FALSE, {kChangeType, kChangeType}}, "A", DISP_E_TYPEMISMATCH},
+        {{L"A", WBEM_S_FALSE, {kLocator, kLocator}}, ""}, {{L"A", WBEM_S_FALSE, {kConnect, kConnect}}, ""},
+        {{L"A", WBEM_S_FALSE, {kBlanket, kBlanket}}, ""}, {{L"A", WBEM_S_FALSE, {kExec, kExec}}, ""},
+        {{L"A", WBEM_S_FALSE, {kGet, kGet}}, ""}, {{L"A", WBEM_S_FALSE, {kConnect, kContext}}, ""},
+        {{L"A", WBEM_S_FALSE, {kConnect, kSetValue}}, ""},
+    };
+    for (const auto& row : rows) {
+        const bool failed = FAILED(row.hr);
+        char sz[7] = "######";
+        wchar_t szW[7] = L"######";
+        const auto buffer = WithWmi(row.wmi, [&] { return Tavo::QueryWMI("SELECT * FROM Thing", "Name", sz, 7, "ROOT\\TEST"); });
+        const std::string lines = Lines(), hr = Hex(row.hr), text = failed ? "######" : row.joined;
+        const long hrW = WithWmi(row.wmi, [&] { return Tavo::QueryWMI(L"q", L"Name", szW, 7, L"n"); }).first;
+        const auto wide = WithWmi(row.wmi, [] { return Tavo::QueryWMI(L"SELECT * FROM Thing", L"Name", nullptr, L"D:"); });
+        const auto narrow = WithWmi(row.wmi, [] { return Tavo::QueryWMI("SELECT * FROM Thing", "Name", "ROOT\\TEST", "d"); });
+        std::string appended, expectedLines, logs[2];  // logs of the null namespace, of ROOT\TEST
+        for (int i = 0; i < (failed && OnWow64() ? 2 : 1); ++i) {
+            const Step step = row.wmi.fail[i];
+            const std::string query = std::string(i ? "+64 " : " ") + (step >= kExec ? "SELECT * FROM Thing " : "");
+            appended += row.joined;
+            expectedLines += "32|Tavo::_QueryWMI|szQuery = SELECT * FROM Thing, szItem = Name, szNamespace = ROOT\\TEST)\n" +
+                             (texts[step] ? "128|Tavo::_QueryWMI|FAILURE: " + std::string(texts[step]) + " - " + hr + "\n" : "");
+            if (step >= kConnect) logs[0] += "(null)" + query, logs[1] += "ROOT\\TEST" + query;
+        }
+        if (failed)
+            expectedLines += "128|Tavo::QueryWMI|FAILURE: Tavo::QueryWMI(A2CW(szQuery), A2CW(szItem), strTemp, A2CW(szNamespace)) - " + hr +
+                             "\n128|Tavo::QueryWMI|FAILURE: Tavo::QueryWMI(szQuery, szItem, strValue, szNamespace) - " + hr + "\n";
+        SCOPED_TRACE(row.joined + (" " + hr));
+        EXPECT_EQ(hr + " " + text + " " + hr + " " + text, Hex(buffer.first) + " " + sz + " " + Hex(hrW) + " " + Narrow(szW));
+        EXPECT_EQ("D:" + appended, Narrow(wide.first));                               // behind the wide default
+        EXPECT_EQ(failed ? "d" : row.joined, std::string(narrow.first));              // replacing the narrow one
+        EXPECT_EQ(expectedLines + logs[1], lines + buffer.second);
+        EXPECT_EQ(logs[0] + logs[1], wide.second + narrow.second);
+    }
 }
 
 } // namespace
-
-// The version is set for one program name that only this test runs, and removed afterwards.
-TEST(OsVersion, CodeFollowsTheVersionThePlatformReports)
-{
-    const std::string exe = "TavoSysVersionProbe.exe", key = "Software\\Wine\\AppDefaults\\" + exe;
-    // With the last service pack each version had.
-    const std::tuple<const char*, int, int> rows[] = {
-        {"winxp", Tavo::OS_WINXP, 3}, {"vista", Tavo::OS_VISTA, 2}, {"win7", Tavo::OS_WIN7, 1}, {"win8", Tavo::OS_WIN8, 0}};
-    for (const auto& [version, os, servicePack] : rows) {
-        SCOPED_TRACE(version);
-        ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueA(HKEY_CURRENT_USER, key.c_str(), "Version", REG_SZ, version,
-                                                 static_cast<DWORD>(strlen(version) + 1)));
-        ScratchInstall install;
-        install.SetProgramName(exe);
-        const tavo::test::ChildResult r = install.Run("OsProbe");
-        EXPECT_EQ(ERROR_SUCCESS, RegDeleteKeyA(HKEY_CURRENT_USER, key.c_str()));
-        ExpectProbe(r, os, servicePack);
-        EXPECT_EQ("", r.Value("verify"));
-    }
-}
-
-TEST(OsVersion, CodeFromInjectedVersionAskedOnce)
-{
-    const struct {
-        std::vector<std::string> args;
-        int os, servicePack;
-        const char* verify;
-    } rows[] = {
-        {{"2", "6", "3", "0"}, Tavo::OS_NEWER_THAN_WIN8, 0, ""},
-        {{"2", "6", "4", "1"}, Tavo::OS_NEWER_THAN_WIN8, 1, ""},
-        {{"2", "10", "0", "0"}, Tavo::OS_OTHER, 0, ""},
-        {{"2", "5", "2", "2"}, Tavo::OS_WINXP, 2, ""},
-        {{"2", "5", "0", "4"}, Tavo::OS_WIN2000, 4, ""},
-        {{"1", "4", "10", "3"}, Tavo::OS_OTHER, -1, ""},
-        {{"fail"}, Tavo::OS_OTHER, -1, "::GetVersionEx((LPOSVERSIONINFO)&ovi) - 87;"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.args.size() == 4 ? row.args[1] + "." + row.args[2] + " platform " + row.args[0] : row.args[0]);
-        ScratchInstall install;
-        const tavo::test::ChildResult r = install.Run("OsProbe", row.args);
-        ExpectProbe(r, row.os, row.servicePack);
-        EXPECT_EQ("1", r.Value("versionCalls"));
-        EXPECT_EQ(row.verify, r.Value("verify"));
-    }
-}
-
-TEST(Wow64, AnswersMatchTheKindOfWindows)
-{
-    const bool wow64 = OnWow64();
-    EXPECT_EQ(wow64, Tavo::Is64BitWindows());
-    EXPECT_EQ(wow64, Tavo::IsWow64Process());
-    EXPECT_EQ(wow64, Tavo::IsWow64Process(GetCurrentProcess()));
-    int flag = 7;
-    EXPECT_NE(0, Tavo::IsWow64Process(GetCurrentProcess(), &flag));
-    EXPECT_EQ(wow64 ? 1 : 0, flag);
-}
-
-TEST(Wow64, MissingEntriesGiveZeroAndOnlyTheQueryWarns)
-{
-    tavo::test::ScopedProcAddressOverride isWow64(Library(), "IsWow64Process", nullptr);
-    tavo::test::ScopedProcAddressOverride disable(Library(), "Wow64DisableWow64FsRedirection", nullptr);
-    tavo::test::ScopedProcAddressOverride revert(Library(), "Wow64RevertWow64FsRedirection", nullptr);
-    tavo::test::ClearRecordedLines();
-    int flag = 7;
-    EXPECT_EQ(0, Tavo::IsWow64Process(GetCurrentProcess(), &flag));
-    EXPECT_EQ(0, flag);
-    EXPECT_FALSE(Tavo::IsWow64Process(GetCurrentProcess()));
-    void* oldValue = &flag;
-    EXPECT_EQ(0, Tavo::Wow64DisableWow64FsRedirection(&oldValue));
-    EXPECT_EQ(&flag, oldValue);
-    EXPECT_EQ(0, Tavo::Wow64RevertWow64FsRedirection(oldValue));
-    EXPECT_EQ(std::vector<std::string>(2, "Could not find IsWow64Process"), TextsAtLevel(TRACE_WARNING));
-    EXPECT_EQ(2u, tavo::test::RecordedLines().size());
-}
-
-TAVO_CHILD_CASE(CachedWow64WithoutEntry)
-{
-    tavo::test::ScopedProcAddressOverride isWow64(Library(), "IsWow64Process", nullptr);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_FALSE(Tavo::IsWow64Process());
-        EXPECT_FALSE(Tavo::Is64BitWindows());
-    }
-    ChildReport("warnings", TextsAtLevel(TRACE_WARNING).size());
-    return 0;
-}
-
-TEST(Wow64, CachedFormsWarnOnceBetweenThem)
-{
-    ScratchInstall install;
-    const tavo::test::ChildResult r = install.Run("CachedWow64WithoutEntry");
-    ASSERT_EQ(0u, r.exitCode) << r.output;
-    EXPECT_EQ("1", r.Value("warnings"));
-}
-
-DWORD WINAPI FailingGetTempPathW(DWORD, LPWSTR) { return SetLastError(ERROR_ACCESS_DENIED), 0; }
-
-TAVO_CHILD_CASE(FreshDirectories)
-{
-    {
-        TAVO_PATCH_IMPORT(failing, Library(), "KERNEL32.dll", GetTempPathW, FailingGetTempPathW);
-        EXPECT_STREQ(L"", Tavo::GetTempPathW());
-    }
-    EXPECT_EQ(std::vector<std::string>{"::GetTempPathW(_countof(szPath), szPath) - 5"}, TextsAtLevel(TRACE_VERIFY));
-    wchar_t temp[MAX_PATH + 1] = {}, system[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH + 1, temp);
-    EXPECT_STREQ(temp, Tavo::GetTempPathW()) << "a failure is asked again";
-
-    // On 32-bit Windows the platform's own call fails; the library answers without a line.
-    tavo::test::ClearRecordedLines();
-    OnWow64() ? GetSystemWow64DirectoryW(system, MAX_PATH) : GetSystemDirectoryW(system, MAX_PATH);
-    EXPECT_STREQ(system, Tavo::GetSystemWow64DirectoryW());
-    EXPECT_STREQ(Tavo::GetSystemWow64DirectoryA(), Tavo::CStringA(system).GetString());
-    EXPECT_EQ(0u, tavo::test::RecordedLines().size());
-    return 0;
-}
-
-TEST(SystemDirectories, Wow64DirectoryFallsBackAndFailuresAreRetried)
-{
-    ScratchInstall install;
-    const tavo::test::ChildResult r = install.Run("FreshDirectories");
-    EXPECT_EQ(0u, r.exitCode) << r.output;
-}
-
-TEST(SystemDirectories, ComputerNameExKeepsOneEntryPerFormatAndRetriesRefusals)
-{
-    const wchar_t* netBios = Tavo::GetComputerNameExW(ComputerNameNetBIOS);
-    const wchar_t* dnsHost = Tavo::GetComputerNameExW(ComputerNameDnsHostname);
-    EXPECT_EQ(netBios, Tavo::GetComputerNameExW(ComputerNameNetBIOS));
-    EXPECT_NE(netBios, dnsHost);
-    EXPECT_STREQ(Tavo::GetComputerNameW(), netBios);
-    EXPECT_STREQ(Tavo::GetComputerNameA(), Tavo::GetComputerNameExA(ComputerNameNetBIOS));
-
-    const auto refused = static_cast<COMPUTER_NAME_FORMAT>(ComputerNameMax + 5);
-    tavo::test::ClearRecordedLines();
-    EXPECT_STREQ(L"", Tavo::GetComputerNameExW(refused));
-    EXPECT_STREQ(L"", Tavo::GetComputerNameExW(refused));
-    EXPECT_STREQ("", Tavo::GetComputerNameExA(refused));
-    EXPECT_EQ(std::vector<std::string>(3, "GetComputerNameEx failed, GetLastError = 87"), TextsAtLevel(TRACE_ERROR));
-}
-
-TEST(SystemDirectories, TempFileNamesAreNewEmptyFiles)
-{
-    const std::wstring dir = Tavo::GetTempPathW();
-    const std::wstring files[] = {Tavo::GetTempFileNameW().GetString(), Tavo::GetTempFileNameW().GetString(),
-                                  Tavo::CStringW(Tavo::GetTempFileNameA()).GetString()};
-    EXPECT_NE(files[0], files[1]);
-    for (const std::wstring& file : files) {
-        EXPECT_EQ(dir + L"bmr", file.substr(0, dir.size() + 3));
-        WIN32_FILE_ATTRIBUTE_DATA data = {};
-        EXPECT_TRUE(GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data));
-        EXPECT_EQ(0u, data.nFileSizeLow);
-        EXPECT_TRUE(DeleteFileW(file.c_str()));
-    }
-}
-
-TEST(FindFile, NothingFoundGivesInvalidHandleAndNoLine)
-{
-    const std::wstring missing = std::wstring(Tavo::GetTempPathW()) + L"tavo-no-such-dir-" + std::to_wstring(GetCurrentProcessId());
-    tavo::test::ClearRecordedLines();
-    WIN32_FIND_DATAW data;
-    WIN32_FIND_DATAA dataA;
-    EXPECT_EQ(INVALID_HANDLE_VALUE, Tavo::FindFirstFileW((missing + L"\\*").c_str(), &data));
-    EXPECT_EQ(INVALID_HANDLE_VALUE, Tavo::FindFirstFileA((Tavo::CStringA(missing.c_str()) + "\\*").GetString(), &dataA));
-    EXPECT_EQ(0u, tavo::test::RecordedLines().size());
-
-    HANDLE found = Tavo::FindFirstFileW((std::wstring(Tavo::GetSystemDirectoryW()) + L"\\*.dll").c_str(), &data);
-    ASSERT_NE(INVALID_HANDLE_VALUE, found);
-    EXPECT_NE(L'\0', data.cFileName[0]);
-    FindClose(found);
-}
