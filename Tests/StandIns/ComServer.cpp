@@ -13,12 +13,8 @@ public:
     virtual ~TUnknown() { InterlockedDecrement(&g_nLive); }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
     {
-        if (!ppv) return E_POINTER;
-        *ppv = nullptr;
-        if (!IsEqualGUID(riid, IID_IUnknown) && !IsEqualGUID(riid, m_iid)) return E_NOINTERFACE;
-        *ppv = this;
-        AddRef();
-        return S_OK;
+        *ppv = IsEqualGUID(riid, IID_IUnknown) || IsEqualGUID(riid, m_iid) ? this : nullptr;
+        return *ppv ? (AddRef(), S_OK) : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&m_nRefs); }
     ULONG STDMETHODCALLTYPE Release() override
@@ -42,11 +38,9 @@ public:
 class CFactory final : public TUnknown<IClassFactory> {
 public:
     explicit CFactory(REFCLSID rclsid) : TUnknown(IID_IClassFactory), m_clsid(rclsid) {}
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* pOuter, REFIID riid, void** ppv) override
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID riid, void** ppv) override
     {
-        if (!ppv) return E_POINTER;
         *ppv = nullptr;
-        if (pOuter) return CLASS_E_NOAGGREGATION;
         if (IsEqualGUID(m_clsid, kComServerFailing)) return kComServerFailure;
         CObject* pObject = new CObject;
         const HRESULT hr = pObject->QueryInterface(riid, ppv);
@@ -63,12 +57,8 @@ private:
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
 {
-    if (!ppv) return E_POINTER;
     *ppv = nullptr;
-    if (IsEqualGUID(rclsid, kComServerNoFactory)) {
-        SetLastError(0);
-        return S_OK;
-    }
+    if (IsEqualGUID(rclsid, kComServerNoFactory)) return SetLastError(0), S_OK;
     if (!IsEqualGUID(rclsid, kComServerObject) && !IsEqualGUID(rclsid, kComServerFailing) &&
         !IsEqualGUID(rclsid, kComServerSFalse))
         return CLASS_E_CLASSNOTAVAILABLE;
