@@ -1,135 +1,53 @@
 // The recorder build of CorvDebug.dll: keeps every field of every line, in the order the lines
 // arrive, for test programs to read back. Bounded: once full, further lines are counted, not kept.
 #include <windows.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
-#include <type_traits>
 #include "CorvDebug.h"
 #include "Recorder.h"
 
-namespace {
-
-CRITICAL_SECTION s_lock;
-CorvRecord* s_lines[CORV_RECORDER_MAX_LINES];
-int s_count;
-int s_dropped;
-
-template <size_t N>
-void CopyBounded(char (&dst)[N], const char* src)
-{
-    if (!src) src = "(null)";
-    size_t i = 0;
-    for (; i + 1 < N && src[i]; ++i) dst[i] = src[i];
-    dst[i] = 0;
-}
+static SRWLOCK s_lock = SRWLOCK_INIT;
+static CorvRecord s_lines[CORV_RECORDER_MAX_LINES];
+static int s_count, s_dropped;
 
 struct Lock {
-    Lock() { ::EnterCriticalSection(&s_lock); }
-    ~Lock() { ::LeaveCriticalSection(&s_lock); }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
+    Lock() { ::AcquireSRWLockExclusive(&s_lock); }
+    ~Lock() { ::ReleaseSRWLockExclusive(&s_lock); }
 };
 
-// The knob's value, if it is set to a number.
-bool KnobLastError(DWORD& value)
-{
-    char text[32];
-    const DWORD cch = ::GetEnvironmentVariableA(CORV_RECORDER_LASTERROR_VARIABLE, text, sizeof(text));
-    if (cch == 0 || cch >= sizeof(text)) return false;
-    char* end = NULL;
-    value = strtoul(text, &end, 0);
-    return end != text && *end == 0;
-}
+template <size_t N> static void Copy(char (&dst)[N], const char* src) { ::lstrcpynA(dst, src ? src : "(null)", N); }
 
-} // namespace
-
-extern "C" {
-
-__declspec(dllexport) int __cdecl CorvRecorderCount(void);
-__declspec(dllexport) BOOL __cdecl CorvRecorderGet(int index, CorvRecord* out);
-__declspec(dllexport) void __cdecl CorvRecorderClear(void);
-__declspec(dllexport) int __cdecl CorvRecorderDropped(void);
-
-// The reader calls through these types: keep the definitions in step with them.
-static_assert(std::is_same<decltype(&CorvRecorderCount), PFN_CORV_RECORDER_COUNT>::value, "");
-static_assert(std::is_same<decltype(&CorvRecorderGet), PFN_CORV_RECORDER_GET>::value, "");
-static_assert(std::is_same<decltype(&CorvRecorderClear), PFN_CORV_RECORDER_CLEAR>::value, "");
-static_assert(std::is_same<decltype(&CorvRecorderDropped), PFN_CORV_RECORDER_DROPPED>::value, "");
-static_assert(std::is_same<decltype(&OutputA), PFN_CORV_OUTPUTA>::value, "");
-
-BOOL WINAPI DllMain(HINSTANCE, DWORD dwReason, LPVOID)
-{
-    if (dwReason == DLL_PROCESS_ATTACH) ::InitializeCriticalSection(&s_lock);
-    return TRUE;
-}
-
-void __cdecl OutputA(DWORD dwLevel, const char* szModule, const char* szFile, const char* szFunction,
-                     int nLine, const char* szStamp, const char* szFormat, va_list args)
+// The exports' types are the reader's PFN_CORV_RECORDER_* and PFN_CORV_OUTPUTA: keep them in step.
+extern "C" void __cdecl OutputA(DWORD dwLevel, const char* szModule, const char* szFile, const char* szFunction,
+                                int nLine, const char* szStamp, const char* szFormat, va_list args)
 {
     const DWORD lastError = ::GetLastError();
-    // Filled before the lock is taken: formatting may be slow, and the heap is thread-safe.
-    CorvRecord* rec = static_cast<CorvRecord*>(::HeapAlloc(::GetProcessHeap(), 0, sizeof(CorvRecord)));
-    if (rec) {
-        rec->level = dwLevel;
-        rec->modulePointer = szModule;
-        rec->line = nLine;
-        rec->threadId = ::GetCurrentThreadId();
-        CopyBounded(rec->module, szModule);
-        CopyBounded(rec->file, szFile);
-        CopyBounded(rec->function, szFunction);
-        CopyBounded(rec->stamp, szStamp);
-        CopyBounded(rec->format, szFormat);
-        if (szFormat) {
-            // msvcrt's dialect, as the real sink formats it; a cut text is left cut.
-            _vsnprintf(rec->text, sizeof(rec->text) - 1, szFormat, args);
-            rec->text[sizeof(rec->text) - 1] = 0;
-        } else {
-            CopyBounded(rec->text, szFormat);
-        }
+    if (Lock lock; s_count == CORV_RECORDER_MAX_LINES) {
+        ++s_dropped;
+    } else {
+        // Zeroed first, so that a text cut by _vsnprintf (msvcrt's, as the real sink's) keeps its terminator.
+        CorvRecord& rec = s_lines[s_count++] = {dwLevel, szModule, nLine, GetCurrentThreadId(), {}, {}, {}, {}, {}, {}};
+        Copy(rec.module, szModule);
+        Copy(rec.file, szFile);
+        Copy(rec.function, szFunction);
+        Copy(rec.stamp, szStamp);
+        Copy(rec.format, szFormat);
+        if (szFormat) _vsnprintf(rec.text, sizeof(rec.text) - 1, szFormat, args);
+        else Copy(rec.text, szFormat);
     }
-    {
-        Lock lock;
-        if (rec && s_count < CORV_RECORDER_MAX_LINES) {
-            s_lines[s_count++] = rec;
-            rec = NULL;
-        } else {
-            ++s_dropped;
-        }
-    }
-    if (rec) ::HeapFree(::GetProcessHeap(), 0, rec);
-
-    DWORD knob;
-    ::SetLastError(KnobLastError(knob) ? knob : lastError);
+    // A number in the knob, read at each line, becomes the last error.
+    char knob[32] = "", *end = knob;
+    ::GetEnvironmentVariableA(CORV_RECORDER_LASTERROR_VARIABLE, knob, sizeof(knob));
+    const DWORD value = strtoul(knob, &end, 0);
+    ::SetLastError(end != knob && *end == 0 ? value : lastError);
 }
 
-int __cdecl CorvRecorderCount(void)
+extern "C" __declspec(dllexport) int __cdecl CorvRecorderCount(void) { Lock lock; return s_count; }
+extern "C" __declspec(dllexport) int __cdecl CorvRecorderDropped(void) { Lock lock; return s_dropped; }
+extern "C" __declspec(dllexport) void __cdecl CorvRecorderClear(void) { Lock lock; s_count = s_dropped = 0; }
+
+extern "C" __declspec(dllexport) BOOL __cdecl CorvRecorderGet(int index, CorvRecord* out)
 {
     Lock lock;
-    return s_count;
+    return out && index >= 0 && index < s_count ? (*out = s_lines[index], TRUE) : FALSE;
 }
-
-BOOL __cdecl CorvRecorderGet(int index, CorvRecord* out)
-{
-    Lock lock;
-    if (!out || index < 0 || index >= s_count) return FALSE;
-    *out = *s_lines[index];
-    return TRUE;
-}
-
-void __cdecl CorvRecorderClear(void)
-{
-    Lock lock;
-    for (int i = 0; i < s_count; ++i) ::HeapFree(::GetProcessHeap(), 0, s_lines[i]);
-    s_count = 0;
-    s_dropped = 0;
-}
-
-int __cdecl CorvRecorderDropped(void)
-{
-    Lock lock;
-    return s_dropped;
-}
-
-} // extern "C"
