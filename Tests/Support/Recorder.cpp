@@ -1,43 +1,26 @@
 #include "Recorder.h"
 
 #include <memory>
-#include <sstream>
 
 namespace tavo::test {
-namespace {
 
-bool IsRecorder(HMODULE h)
-{
-    return h && ::GetProcAddress(h, "CorvRecorderGet") != NULL;
-}
-
-// The recorder loaded in this process. A test that also loads the real sink (same file name, by
-// full path) loads the recorder first, so that the name finds the recorder.
-HMODULE FindRecorder()
+// An export of the recorder loaded in this process, or null. A test that also loads the real sink
+// (same file name, by full path) loads the recorder first, so that the name finds the recorder.
+template <typename Fn>
+static Fn Export(const char* name)
 {
     const HMODULE h = ::GetModuleHandleA("CorvDebug.dll");
-    return IsRecorder(h) ? h : NULL;
+    return h && ::GetProcAddress(h, "CorvRecorderGet") ? reinterpret_cast<Fn>(reinterpret_cast<void*>(::GetProcAddress(h, name))) : nullptr;
 }
-
-template <typename Fn>
-Fn Export(const char* name)
-{
-    HMODULE h = FindRecorder();
-    return h ? reinterpret_cast<Fn>(reinterpret_cast<void*>(::GetProcAddress(h, name))) : NULL;
-}
-
-} // namespace
 
 std::vector<RecordedLine> RecordedLines()
 {
     std::vector<RecordedLine> lines;
     const auto get = Export<PFN_CORV_RECORDER_GET>("CorvRecorderGet");
-    if (!get) return lines;
-    auto rec = std::make_unique<CorvRecord>();
+    const auto r = std::make_unique<CorvRecord>();
     // Up to the first index that is not there: lines may arrive, or a clear happen, meanwhile.
-    for (int i = 0; get(i, rec.get()); ++i) {
-        lines.push_back({rec->level, rec->module, rec->modulePointer, rec->file, rec->function,
-                         rec->line, rec->stamp, rec->format, rec->text, rec->threadId});
+    for (int i = 0; get && get(i, r.get()); ++i) {
+        lines.push_back({r->level, r->module, r->modulePointer, r->file, r->function, r->line, r->stamp, r->format, r->text, r->threadId});
     }
     return lines;
 }
@@ -47,10 +30,7 @@ void ClearRecordedLines()
     if (const auto clear = Export<PFN_CORV_RECORDER_CLEAR>("CorvRecorderClear")) clear();
 }
 
-bool RecorderLoaded()
-{
-    return FindRecorder() != NULL;
-}
+bool RecorderLoaded() { return Export<PFN_CORV_RECORDER_GET>("CorvRecorderGet") != nullptr; }
 
 int DroppedRecordedLines()
 {
@@ -58,13 +38,10 @@ int DroppedRecordedLines()
     return dropped ? dropped() : 0;
 }
 
-std::string Describe(const RecordedLine& line)
+std::string Describe(const RecordedLine& l)
 {
-    std::ostringstream out;
-    out << "level " << line.level << ' ' << line.file << '(' << line.line << ") " << line.function
-        << ": \"" << line.format << "\" -> \"" << line.text << "\" [thread " << line.threadId << ", "
-        << line.module << ']';
-    return out.str();
+    return "level " + std::to_string(l.level) + " " + l.file + "(" + std::to_string(l.line) + ") " + l.function + ": \"" +
+           l.format + "\" -> \"" + l.text + "\" [thread " + std::to_string(l.threadId) + ", " + l.module + "]";
 }
 
 } // namespace tavo::test

@@ -1,13 +1,11 @@
 // The recorder build of CorvDebug.dll keeps every line it is given; test programs read them back
-// through the reader below. The record and the exports are shared by both sides, so this header
-// also compiles into the recorder DLL itself (without the reader's standard-library parts).
+// through the reader below. This header also compiles into the recorder DLL itself.
 #ifndef TAVO_TESTS_RECORDER_H
 #define TAVO_TESTS_RECORDER_H
 
 #include <windows.h>
 
-// One line as the recorder keeps it. Text fields are cut to their size and always terminated; a
-// null pointer from the caller is kept as "(null)".
+// One line as the recorder keeps it: texts cut to their size and terminated, null kept as "(null)".
 struct CorvRecord {
     DWORD level;
     const void* modulePointer;  // the szModule pointer as passed, to compare identity across lines
@@ -30,8 +28,7 @@ typedef void(__cdecl* PFN_CORV_RECORDER_CLEAR)(void);                   // CorvR
 typedef int(__cdecl* PFN_CORV_RECORDER_DROPPED)(void);                  // CorvRecorderDropped
 }
 
-// Set to a number N, the recorder's OutputA ends with SetLastError(N); otherwise it leaves the
-// caller's last error as it found it.
+// Set to a number N, the recorder's OutputA ends with SetLastError(N); else it keeps the caller's.
 #define CORV_RECORDER_LASTERROR_VARIABLE "CORVDEBUG_RECORDER_LASTERROR"
 
 #ifndef CORVDEBUG_BUILDING
@@ -50,14 +47,12 @@ struct RecordedLine {
     unsigned long threadId;
 };
 
-// The lines held by the recorder loaded in this process, oldest first; empty if none is loaded.
+// The lines of the recorder loaded in this process, oldest first; none without a recorder.
 std::vector<RecordedLine> RecordedLines();
 void ClearRecordedLines();
 bool RecorderLoaded();
-// Lines the recorder had to drop since the last clear because it was full.
-int DroppedRecordedLines();
-// One readable line for failure messages.
-std::string Describe(const RecordedLine& line);
+int DroppedRecordedLines();  // since the last clear, because the recorder was full
+std::string Describe(const RecordedLine& line);  // for failure messages
 
 } // namespace tavo::test
 #endif
