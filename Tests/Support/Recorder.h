@@ -1,5 +1,4 @@
-// The recorder build of CorvDebug.dll keeps every line it is given; test programs read them back
-// through the reader below. This header also compiles into the recorder DLL itself.
+// Shared with the recorder build of CorvDebug.dll, which keeps every line it is given for the reader below.
 #ifndef TAVO_TESTS_RECORDER_H
 #define TAVO_TESTS_RECORDER_H
 
@@ -47,12 +46,39 @@ struct RecordedLine {
     unsigned long threadId;
 };
 
-// The lines of the recorder loaded in this process, oldest first; none without a recorder.
-std::vector<RecordedLine> RecordedLines();
-void ClearRecordedLines();
-bool RecorderLoaded();
-int DroppedRecordedLines();  // since the last clear, because the recorder was full
-std::string Describe(const RecordedLine& line);  // for failure messages
+// An export of the recorder loaded here, or null. A test that also loads the real sink (same name)
+// loads the recorder first, so that the name finds it.
+template <typename F>
+F RecorderExport(const char* name)
+{
+    return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleA("CorvDebug.dll"), name)));
+}
+inline bool RecorderLoaded() { return RecorderExport<PFN_CORV_RECORDER_GET>("CorvRecorderGet") != nullptr; }
+inline void ClearRecordedLines() { if (const auto clear = RecorderExport<PFN_CORV_RECORDER_CLEAR>("CorvRecorderClear")) clear(); }
+inline int DroppedRecordedLines()  // since the last clear, because the recorder was full
+{
+    const auto dropped = RecorderExport<PFN_CORV_RECORDER_DROPPED>("CorvRecorderDropped");
+    return dropped ? dropped() : 0;
+}
+
+// The recorder's lines, oldest first (up to the first index not there, should a clear come meanwhile).
+inline std::vector<RecordedLine> RecordedLines()
+{
+    std::vector<RecordedLine> lines;
+    CorvRecord r;
+    const auto get = RecorderExport<PFN_CORV_RECORDER_GET>("CorvRecorderGet");
+    while (get && get(static_cast<int>(lines.size()), &r)) {
+        lines.push_back({r.level, r.module, r.modulePointer, r.file, r.function, r.line, r.stamp, r.format, r.text, r.threadId});
+    }
+    return lines;
+}
+
+// One readable line for failure messages.
+inline std::string Describe(const RecordedLine& l)
+{
+    return "level " + std::to_string(l.level) + " " + l.file + "(" + std::to_string(l.line) + ") " + l.function + ": \"" +
+           l.format + "\" -> \"" + l.text + "\" [thread " + std::to_string(l.threadId) + ", " + l.module + "]";
+}
 
 } // namespace tavo::test
 #endif

@@ -10,11 +10,7 @@ namespace tavo::test {
 template <typename F>
 HRESULT ThrownBy(F f)
 {
-    try {
-        f();
-    } catch (const Tavo::CAtlException& e) {
-        return e.m_hr;
-    }
+    try { f(); } catch (const Tavo::CAtlException& e) { return e.m_hr; }
     return S_OK;
 }
 
