@@ -1,135 +1,73 @@
-// Library code in a fresh process: caches that fill once per process, a Product.cfg of the case's
-// own, another sink. A ScratchInstall is a temporary copy of the test directory's install (the
-// library, its runtime DLLs, the recorder sink and the running test program); Run starts the copy
-// of the program there with --tavo-child=NAME, and the case registered under NAME reports back.
-//
-//   TAVO_CHILD_CASE(VersionInAFreshProcess) {
-//       tavo::test::ChildReport("version", Tavo::GetLibraryVersionA());
-//       return 0;
-//   }
-//   TEST(Module, VersionInAFreshProcess) {
-//       tavo::test::ScratchInstall install;
-//       install.WriteFile("Product.cfg", "...");
-//       const tavo::test::ChildResult r = install.Run("VersionInAFreshProcess");
-//       ASSERT_EQ(0u, r.exitCode) << r.output;
-//       EXPECT_EQ("1.0.0", r.Value("version"));
-//   }
-//
-// Inside a case, gtest assertions work too: their failures are printed by the child and reported
-// again as failures of the parent's test.
+// Library code in a fresh process (caches that fill once, a Product.cfg of its own, another sink):
+// a case registered with TAVO_CHILD_CASE runs in a copy of the test program in a scratch install
+// and reports values back; gtest failures, crashes and hangs in a child fail the parent's test.
 #ifndef TAVO_TESTS_CHILD_PROCESS_H
 #define TAVO_TESTS_CHILD_PROCESS_H
 
 #include <windows.h>
 
-#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
 
 namespace tavo::test {
 
-// Exit codes the harness itself gives a child, beside whatever the case returns.
-enum ChildExitCode : DWORD {
-    kChildUnknownCase = 3,   // no case registered under the name
-    kChildUncaught = 4,      // the case let a C++ exception out
-    kChildTestFailure = 5,   // a gtest assertion failed inside the case (overrides its return value)
-};
+enum ChildExitCode : DWORD { kChildUnknownCase = 3, kChildUncaught = 4, kChildTestFailure = 5 };  // or the case's
 
 struct ChildResult {
-    DWORD exitCode = 0;  // the case's return value, a code above, or the code of an unhandled exception
-    std::string output;  // stdout and stderr, interleaved as written
-    std::map<std::string, std::string> values;  // ChildReport lines; a key reported twice keeps the last value
-
-    // The value reported under `key`; a test failure (showing the output) and "" when there is none.
+    DWORD exitCode = 0;
+    std::string output;                         // stdout and stderr, as written
+    std::map<std::string, std::string> values;  // the last value reported under each key
+    // The value reported under `key`; without one, a test failure and "".
     std::string Value(const std::string& key, const char* file = __builtin_FILE(), int line = __builtin_LINE()) const;
 };
 
+// A temp directory with copies of TavoCommon.dll, its runtime DLLs, the recorder CorvDebug.dll and the
+// program, removed at the end; subdirectories are made on the way; a failed copy or write throws.
 class ScratchInstall {
 public:
-    // A fresh directory under the temp path holding TavoCommon.dll, libgcc_s_dw2-1.dll,
-    // libwinpthread-1.dll, CorvDebug.dll (the recorder) and the running test program, copied from
-    // the test program's directory. A file that is missing there fails the test.
-    ScratchInstall(const char* file = __builtin_FILE(), int line = __builtin_LINE());
-    // Removes the directory and all in it (retrying while a child that just ended still holds files).
+    ScratchInstall();
     ~ScratchInstall();
     ScratchInstall(const ScratchInstall&) = delete;
-    ScratchInstall& operator=(const ScratchInstall&) = delete;
 
-    // No CorvDebug.dll at all.
-    void WithoutSink(const char* file = __builtin_FILE(), int line = __builtin_LINE());
-    // `dllName` from the test directory installed as CorvDebug.dll.
-    void UseSink(const std::string& dllName, const char* file = __builtin_FILE(), int line = __builtin_LINE());
-    // Writes `bytes` to a file below the directory (creating subdirectories); '/' or '\' separate.
-    void WriteFile(const std::string& relativePath, const std::string& bytes, const char* file = __builtin_FILE(),
-                   int line = __builtin_LINE());
-    // Copies a file of the test directory to a path below the directory.
-    void CopyFile(const std::string& fromTestDir, const std::string& relativeTo, const char* file = __builtin_FILE(),
-                  int line = __builtin_LINE());
-    // The directory's Windows path, without a trailing backslash.
-    std::string Path() const { return path_; }
-    // How long Run waits before it terminates the child and fails the case (30 s unless set: a child
-    // takes about a second, several where 32-bit code is emulated).
+    void WithoutSink();
+    void UseSink(const std::string& dllName);  // dllName from the test directory as CorvDebug.dll
+    void WriteFile(const std::string& relativePath, const std::string& bytes);
+    void CopyFile(const std::string& fromTestDir, const std::string& relativeTo);
+    void SetProgramName(const std::string& exeName);  // children run as a copy of the program so named
     void SetTimeout(DWORD milliseconds) { timeoutMs_ = milliseconds; }
-    // Runs the child under another file name (a copy of the test program made here), e.g. so that
-    // settings the platform keys by program name reach this child only. The default is the test
-    // program's own name.
-    void SetProgramName(const std::string& exeName, const char* file = __builtin_FILE(), int line = __builtin_LINE());
-
-    // Runs the registered case `childCase` in the scratch copy of the test program, current
-    // directory the scratch directory; `args` reach the case through ChildArgs().
+    std::string Path() const { return path_; }  // without a trailing backslash
+    // Runs `childCase` there, `args` reaching it through ChildArgs(); a child still running after
+    // the timeout (30 s unless set) is ended and fails the test.
     ChildResult Run(const std::string& childCase, const std::vector<std::string>& args = {},
                     const char* file = __builtin_FILE(), int line = __builtin_LINE()) const;
 
 private:
-    std::string Below(const std::string& relativePath, const char* file, int line) const;
-
-    std::string path_;
-    std::string testDir_;
-    std::string exeName_;
+    std::string path_, testDir_, exeName_, runName_;
     DWORD timeoutMs_ = 30000;
-    std::string runName_;  // the program Run starts; exeName_ when empty
 };
 
-// Inside a child case: reports `key=value` on a line of its own, flushed at once. Keys are letters,
-// digits and "_.-"; line breaks and backslashes in values are escaped and come back unchanged.
+// Inside a child case: reports key=value for a text (any bytes), a number, an enum or a bool.
 void ChildReport(const std::string& key, const std::string& value);
-void ChildReport(const std::string& key, const char* value);
-void ChildReport(const std::string& key, long long value);
-void ChildReport(const std::string& key, unsigned long long value);
-inline void ChildReport(const std::string& key, int value) { ChildReport(key, static_cast<long long>(value)); }
-inline void ChildReport(const std::string& key, long value) { ChildReport(key, static_cast<long long>(value)); }
-inline void ChildReport(const std::string& key, unsigned value) { ChildReport(key, static_cast<unsigned long long>(value)); }
-inline void ChildReport(const std::string& key, unsigned long value)
+template <class T>
+void ChildReport(const std::string& key, T value)
 {
-    ChildReport(key, static_cast<unsigned long long>(value));
+    if constexpr (std::is_convertible_v<T, const char*>) ChildReport(key, std::string(value ? value : "(null)"));
+    else if constexpr (std::is_same_v<T, bool>) ChildReport(key, std::string(value ? "true" : "false"));
+    else ChildReport(key, std::to_string(value));
 }
-inline void ChildReport(const std::string& key, bool value) { ChildReport(key, value ? "true" : "false"); }
-// Pointers as 0x followed by eight hex digits.
-void ChildReport(const std::string& key, const void* value);
 
-// Inside a child case: the arguments given to Run.
-const std::vector<std::string>& ChildArgs();
-
-using ChildCaseFunction = int (*)();
-bool RegisterChildCase(const char* name, ChildCaseFunction function, const char* file, int line);
-
-namespace detail {
-// For the test program's main(): runs the case named by a --tavo-child=NAME argument and returns
-// true with its exit code; false when the program was not started as a child.
-bool RunChildIfAsked(int argc, char** argv, int& exitCode);
-// Every case name registered once; prints the clashes otherwise.
-bool ChildCasesAreUnique();
-} // namespace detail
+inline std::map<std::string, int (*)()> g_childCases;
+inline std::vector<std::string> g_childArgs;
+inline const std::vector<std::string>& ChildArgs() { return g_childArgs; }  // inside a child case: Run's args
 
 } // namespace tavo::test
 
-// Registers the body that follows as the child case `name` (an identifier, unique in the program);
-// the body returns the child's exit code.
+// Registers the body that follows, which returns the exit code, as the case `name` (unique: linked).
 #define TAVO_CHILD_CASE(name)                                                                                \
-    static int TavoChildCase_##name();                                                                       \
-    [[maybe_unused]] static const bool tavoChildCaseRegistered_##name =                                      \
-        ::tavo::test::RegisterChildCase(#name, &TavoChildCase_##name, __FILE__, __LINE__);                   \
-    static int TavoChildCase_##name()
+    int TavoChildCase_##name();                                                                              \
+    [[maybe_unused]] static const bool tavoChildCase_##name =                                                \
+        ::tavo::test::g_childCases.emplace(#name, &TavoChildCase_##name).second;                             \
+    int TavoChildCase_##name()
 
 #endif

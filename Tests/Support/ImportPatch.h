@@ -1,105 +1,130 @@
-// Scoped fakes for the platform calls a module makes: its import address table is patched for the
-// lifetime of a scope object, so a failing case cannot leak a fake into the next one.
-//
-//   static int g_ticks;
-//   DWORD WINAPI FakeGetTickCount() { ++g_ticks; return 42; }
-//   ...
-//   TAVO_PATCH_IMPORT(patch, tavo::test::LoadedModule("TavoCommon.dll"), "KERNEL32.dll",
-//                     GetTickCount, FakeGetTickCount);
-//
-// A patch that cannot be applied fails the current test with the names involved; nothing is
-// silently left unpatched. A patch is seen by every call that reads the slot after it was made. An
-// optimised function reads a slot once, so a function that patches an import of its own module and
-// then calls that import must call it from a function of its own (__attribute__((noipa))).
+// Scoped fakes for a module's platform calls, through its import address table. A patch that cannot
+// be applied fails the test. Optimised code reads a slot once: a function that patches an import of
+// its own module must call it from another function (noipa).
 #ifndef TAVO_TESTS_IMPORT_PATCH_H
 #define TAVO_TESTS_IMPORT_PATCH_H
 
 #include <windows.h>
 
-#include <string>
-#include <type_traits>
-#include <vector>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <mutex>
 
 namespace tavo::test {
 
-// The module of that name loaded in this process; a test failure (and NULL) when it is not loaded.
-HMODULE LoadedModule(const char* name, const char* file = __builtin_FILE(), int line = __builtin_LINE());
+// The module of that name loaded in this process; a test failure and NULL when it is not loaded.
+inline HMODULE LoadedModule(const char* name, const char* file = __builtin_FILE(), int line = __builtin_LINE())
+{
+    const HMODULE module = ::GetModuleHandleA(name);
+    if (!module) ADD_FAILURE_AT(file, line) << name << " is not loaded in this process";
+    return module;
+}
 
-// Replaces the import `function` of `importedDll` (matched case-insensitively) in `module` by
-// `replacement` until destruction. Patches of one entry may overlap freely: each restores what it
-// replaced, and one that ends while a later one is still alive hands its original on to it.
+// Live patches, oldest first, a record per slot with what the slot held beneath it; an override's
+// records also hold the name it answers and its answer. The lock is for fakes on any thread.
+struct PatchRecord { void** slot; const void* original; const void* owner; std::string function; const void* answer; };
+inline std::vector<PatchRecord> g_patches;
+inline std::mutex g_patchLock;
+
+// Replaces the import `function` of `importedDll` (any case) in `module` by `replacement` until
+// destruction. Patches of one import nest and may end in any order.
 class ScopedImportPatch {
 public:
     ScopedImportPatch(HMODULE module, const char* importedDll, const char* function, const void* replacement,
-                      const char* file = __builtin_FILE(), int line = __builtin_LINE());
-    // Takes a fake function directly; prefer TAVO_PATCH_IMPORT, which also checks its type.
+                      const char* file = __builtin_FILE(), int line = __builtin_LINE())
+    {
+        BYTE* const base = reinterpret_cast<BYTE*>(module);
+        const auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(module);
+        const auto* nt = reinterpret_cast<IMAGE_NT_HEADERS*>(base + (dos ? dos->e_lfanew : 0));
+        const DWORD imports = module ? nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress : 0;
+        std::lock_guard<std::mutex> guard(g_patchLock);
+        for (auto* d = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports); imports && d->Name; ++d) {
+            if (::lstrcmpiA(reinterpret_cast<const char*>(base + d->Name), importedDll) != 0) continue;
+            // Names from the lookup table: the address table holds addresses once bound (and is writable).
+            auto* name = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + d->OriginalFirstThunk);
+            for (auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(base + d->FirstThunk); name->u1.AddressOfData; ++name, ++slot) {
+                const auto* byName = reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
+                if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal) || ::lstrcmpA(byName->Name, function) != 0) continue;
+                void** entry = reinterpret_cast<void**>(&slot->u1.Function);
+                g_patches.push_back({entry, *entry, this, "", nullptr});
+                ::InterlockedExchangePointer(entry, const_cast<void*>(replacement));
+                patched_ = true;
+            }
+        }
+        if (!patched_) ADD_FAILURE_AT(file, line) << "import patch: no " << importedDll << "!" << function << " in " << module;
+    }
     template <class F, class = std::enable_if_t<std::is_function_v<F>>>
     ScopedImportPatch(HMODULE module, const char* importedDll, const char* function, F* replacement,
                       const char* file = __builtin_FILE(), int line = __builtin_LINE())
-        : ScopedImportPatch(module, importedDll, function, reinterpret_cast<const void*>(replacement), file, line)
-    {
-    }
-    ~ScopedImportPatch();
+        : ScopedImportPatch(module, importedDll, function, reinterpret_cast<const void*>(replacement), file, line) {}
     ScopedImportPatch(const ScopedImportPatch&) = delete;
-    ScopedImportPatch& operator=(const ScopedImportPatch&) = delete;
 
-    // The entry as it was before this patch, to call through from a fake. When the patch failed,
-    // the function as the DLL exports it (or null), so a fake that forwards does not crash too.
-    template <class F>
-    F Original() const
+    ~ScopedImportPatch()
     {
-        static_assert(std::is_pointer_v<F> && std::is_function_v<std::remove_pointer_t<F>>,
-                      "Original<F>() wants a function pointer type, e.g. decltype(&::GetTickCount)");
-        return reinterpret_cast<F>(const_cast<void*>(OriginalAddress()));
+        std::lock_guard<std::mutex> guard(g_patchLock);
+        for (auto it = g_patches.end(); it != g_patches.begin();) {
+            if ((--it)->owner != this) continue;
+            // A later patch of the slot now lies on what this one lay on; without one, the slot gets it back.
+            const auto later = std::find_if(it + 1, g_patches.end(), [&](const PatchRecord& r) { return r.slot == it->slot; });
+            if (later != g_patches.end()) later->original = it->original;
+            else ::InterlockedExchangePointer(it->slot, const_cast<void*>(it->original));
+            it = g_patches.erase(it);
+        }
     }
-    const void* OriginalAddress() const;
-    bool Patched() const { return !slots_.empty(); }
+
+    // What the import held beneath this patch, to call through; null if the patch failed.
+    template <class F>
+    F Original() const { return reinterpret_cast<F>(const_cast<void*>(OriginalAddress())); }
+    const void* OriginalAddress() const
+    {
+        std::lock_guard<std::mutex> guard(g_patchLock);
+        const auto self = std::find_if(g_patches.begin(), g_patches.end(), [this](const auto& r) { return r.owner == this; });
+        return self != g_patches.end() ? self->original : nullptr;
+    }
+    bool Patched() const { return patched_; }
 
 private:
-    struct Slot {
-        const void** address;
-        const void* original;
-    };
-    friend struct PatchRegistry;
-
-    std::string what_;  // "module!dll!function", for messages
-    const void* replacement_;
-    const void* fallback_;
-    std::vector<Slot> slots_;
+    bool patched_ = false;
 };
 
-// Entries a module binds at run time: patches GetProcAddress in `module`'s imports with a stand-in
-// that answers `function` with `replacement` for calls made from that module and forwards every
-// other name (and ordinals) to the real GetProcAddress. A null replacement answers "not found":
-// NULL with last error ERROR_PROC_NOT_FOUND. Overrides nest; the latest one for a name answers.
-class ScopedProcAddressOverride {
+// Entries a DLL binds at run time: its GetProcAddress answers `function` with `replacement` (null: NULL,
+// ERROR_PROC_NOT_FOUND), the latest override first; other lookups go on through this program's import.
+class ScopedProcAddressOverride : public ScopedImportPatch {
 public:
     ScopedProcAddressOverride(HMODULE module, const char* function, const void* replacement,
-                              const char* file = __builtin_FILE(), int line = __builtin_LINE());
+                              const char* file = __builtin_FILE(), int line = __builtin_LINE())
+        : ScopedImportPatch(module, "KERNEL32.dll", "GetProcAddress", &StandIn, file, line)
+    {
+        std::lock_guard<std::mutex> guard(g_patchLock);
+        for (PatchRecord& r : g_patches) {
+            if (r.owner == this) r = {r.slot, r.original, this, function, replacement};
+        }
+    }
     template <class F, class = std::enable_if_t<std::is_function_v<F>>>
     ScopedProcAddressOverride(HMODULE module, const char* function, F* replacement,
                               const char* file = __builtin_FILE(), int line = __builtin_LINE())
-        : ScopedProcAddressOverride(module, function, reinterpret_cast<const void*>(replacement), file, line)
-    {
-    }
-    ~ScopedProcAddressOverride();
-    ScopedProcAddressOverride(const ScopedProcAddressOverride&) = delete;
-    ScopedProcAddressOverride& operator=(const ScopedProcAddressOverride&) = delete;
-
-    bool Patched() const { return patch_.Patched(); }
+        : ScopedProcAddressOverride(module, function, reinterpret_cast<const void*>(replacement), file, line) {}
 
 private:
-    ScopedImportPatch patch_;
-    unsigned id_;
+    static FARPROC WINAPI StandIn(HMODULE module, LPCSTR name)
+    {
+        std::unique_lock<std::mutex> guard(g_patchLock);
+        for (auto it = g_patches.rbegin(); !IS_INTRESOURCE(name) && it != g_patches.rend(); ++it) {
+            if (it->function != name) continue;
+            if (!it->answer) ::SetLastError(ERROR_PROC_NOT_FOUND);
+            return reinterpret_cast<FARPROC>(const_cast<void*>(it->answer));
+        }
+        guard.unlock();
+        return ::GetProcAddress(module, name);
+    }
 };
 
 } // namespace tavo::test
 
-// Declares `variable`, a ScopedImportPatch of `function` by `fake`, and refuses at compile time a fake
-// whose type differs from the real declaration (on i686 a missing WINAPI corrupts the stack).
-#define TAVO_PATCH_IMPORT(variable, module, importedDll, function, fake)                              \
-    static_assert(sizeof(static_cast<decltype(&::function)>(&fake)) != 0,                            \
-                  #fake " must have the type of " #function);                                        \
+// A ScopedImportPatch `variable` of `function` by `fake` of the very type (a missing WINAPI corrupts).
+#define TAVO_PATCH_IMPORT(variable, module, importedDll, function, fake)                                      \
+    static_assert(sizeof(static_cast<decltype(&::function)>(&fake)) != 0, #fake " must have the type of " #function); \
     ::tavo::test::ScopedImportPatch variable((module), (importedDll), #function, &fake)
 
 #endif

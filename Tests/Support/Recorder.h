@@ -1,13 +1,10 @@
-// The recorder build of CorvDebug.dll keeps every line it is given; test programs read them back
-// through the reader below. The record and the exports are shared by both sides, so this header
-// also compiles into the recorder DLL itself (without the reader's standard-library parts).
+// Shared with the recorder build of CorvDebug.dll, which keeps every line it is given for the reader below.
 #ifndef TAVO_TESTS_RECORDER_H
 #define TAVO_TESTS_RECORDER_H
 
 #include <windows.h>
 
-// One line as the recorder keeps it. Text fields are cut to their size and always terminated; a
-// null pointer from the caller is kept as "(null)".
+// One line as the recorder keeps it: texts cut to their size and terminated, null kept as "(null)".
 struct CorvRecord {
     DWORD level;
     const void* modulePointer;  // the szModule pointer as passed, to compare identity across lines
@@ -30,8 +27,7 @@ typedef void(__cdecl* PFN_CORV_RECORDER_CLEAR)(void);                   // CorvR
 typedef int(__cdecl* PFN_CORV_RECORDER_DROPPED)(void);                  // CorvRecorderDropped
 }
 
-// Set to a number N, the recorder's OutputA ends with SetLastError(N); otherwise it leaves the
-// caller's last error as it found it.
+// Set to a number N, the recorder's OutputA ends with SetLastError(N); else it keeps the caller's.
 #define CORV_RECORDER_LASTERROR_VARIABLE "CORVDEBUG_RECORDER_LASTERROR"
 
 #ifndef CORVDEBUG_BUILDING
@@ -50,14 +46,39 @@ struct RecordedLine {
     unsigned long threadId;
 };
 
-// The lines held by the recorder loaded in this process, oldest first; empty if none is loaded.
-std::vector<RecordedLine> RecordedLines();
-void ClearRecordedLines();
-bool RecorderLoaded();
-// Lines the recorder had to drop since the last clear because it was full.
-int DroppedRecordedLines();
+// An export of the recorder loaded here, or null. A test that also loads the real sink (same name)
+// loads the recorder first, so that the name finds it.
+template <typename F>
+F RecorderExport(const char* name)
+{
+    return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleA("CorvDebug.dll"), name)));
+}
+inline bool RecorderLoaded() { return RecorderExport<PFN_CORV_RECORDER_GET>("CorvRecorderGet") != nullptr; }
+inline void ClearRecordedLines() { if (const auto clear = RecorderExport<PFN_CORV_RECORDER_CLEAR>("CorvRecorderClear")) clear(); }
+inline int DroppedRecordedLines()  // since the last clear, because the recorder was full
+{
+    const auto dropped = RecorderExport<PFN_CORV_RECORDER_DROPPED>("CorvRecorderDropped");
+    return dropped ? dropped() : 0;
+}
+
+// The recorder's lines, oldest first (up to the first index not there, should a clear come meanwhile).
+inline std::vector<RecordedLine> RecordedLines()
+{
+    std::vector<RecordedLine> lines;
+    CorvRecord r;
+    const auto get = RecorderExport<PFN_CORV_RECORDER_GET>("CorvRecorderGet");
+    while (get && get(static_cast<int>(lines.size()), &r)) {
+        lines.push_back({r.level, r.module, r.modulePointer, r.file, r.function, r.line, r.stamp, r.format, r.text, r.threadId});
+    }
+    return lines;
+}
+
 // One readable line for failure messages.
-std::string Describe(const RecordedLine& line);
+inline std::string Describe(const RecordedLine& l)
+{
+    return "level " + std::to_string(l.level) + " " + l.file + "(" + std::to_string(l.line) + ") " + l.function + ": \"" +
+           l.format + "\" -> \"" + l.text + "\" [thread " + std::to_string(l.threadId) + ", " + l.module + "]";
+}
 
 } // namespace tavo::test
 #endif

@@ -10,11 +10,7 @@ namespace tavo::test {
 template <typename F>
 HRESULT ThrownBy(F f)
 {
-    try {
-        f();
-    } catch (const Tavo::CAtlException& e) {
-        return e.m_hr;
-    }
+    try { f(); } catch (const Tavo::CAtlException& e) { return e.m_hr; }
     return S_OK;
 }
 
@@ -29,8 +25,8 @@ auto WithThreadLocale(LCID lcid, F f)
     return result;
 }
 
-const LCID kRussianLocale = MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT);        // 1251
-const LCID kEnglishLocale = MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT);    // 1252
+const LCID kRussianLocale = MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT);      // 1251
+const LCID kEnglishLocale = MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT);  // 1252
 
 } // namespace tavo::test
 
