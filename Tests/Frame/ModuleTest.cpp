@@ -101,7 +101,8 @@ TAVO_CHILD_CASE(VersionFirstCallsAndUnload)
     s_realFindResourceW = Patch(hCopy, "FindResourceW", &SlowFindResourceW);
     {
         TAVO_PATCH_IMPORT(alloc, hCopy, "KERNEL32.dll", HeapAlloc, NoHeapAlloc);
-        ChildReport("failed", reinterpret_cast<const void*>(ThrownBy(pfnW)));
+        char szHr[16];
+        ChildReport("failed", std::string(szHr, snprintf(szHr, sizeof(szHr), "0x%08lx", ThrownBy(pfnW))));
     }
     std::vector<const wchar_t*> results(4);
     std::atomic<int> ready{0};
