@@ -125,7 +125,8 @@ Tavo::METRO_TOAST_APP_EXIT_CODES_ENUM (*const kToasts[])() = {  // for the child
     [] { return Tavo::ShowMetroToastIfWin8orNewerA(0, nullptr, "i", "One", nullptr, nullptr, 1); },
     [] { return Tavo::ShowMetroToastIfWin8orNewerW(0, nullptr, nullptr, nullptr, nullptr, nullptr, 1); },
     [] { return Tavo::ShowMetroToastIfWin8orNewerW(0, L"Info", nullptr, nullptr, L"Two", nullptr, 1); },
-    [] { return Tavo::ShowMetroToastIfWin8orNewerA(0, "Info", nullptr, "One", nullptr, "3", 1); }};
+    [] { return Tavo::ShowMetroToastIfWin8orNewerA(0, "Info", nullptr, "One", nullptr, "3", 1); },
+    [] { return Tavo::ShowMetroToastIfWin8orNewerA(1, "Info", nullptr, std::string(600, 'x').c_str(), nullptr, nullptr, 1); }};  // past 512 bytes
 
 int g_failingStep;  // 1 OpenProcessToken, 2 LookupPrivilegeValueA
 DWORD g_exitError;  // the platform's shutdown fails with it, or succeeds when 0xFFFFFFFF
@@ -239,7 +240,7 @@ TAVO_CHILD_CASE(Toasts)  // args: the system's major and minor version; reports 
     g_version[0] = std::stoul(ChildArgs().at(0)), g_version[1] = std::stoul(ChildArgs().at(1));
     TAVO_PATCH_IMPORT(version, Library(), "KERNEL32.dll", GetVersionExA, Version);
     InjectedPlatform injected({7});
-    for (int nRow = 0; nRow < 6; ++nRow, g.creations.clear()) {
+    for (int nRow = 0; nRow < 7; ++nRow, g.creations.clear()) {
         const std::string result = std::to_string(kToasts[nRow]()) + "|";
         ChildReport(std::to_string(nRow), g.creations.empty() ? result : result + g.creations[0]);
     }
@@ -255,10 +256,10 @@ TEST(Toast, CommandLinesByVersion)
                       tail = "|" + install.Path() + "|8000400+env";
     const std::string expected[] = {head + " Duration=long Type=Info \"Image=C:\\i.png\" \"Line1=One\" \"Line2=Two\" \"Line3=Three\"" + tail,
                                     head + " Duration=short Type=Warn \"Line1=\"" + tail, "6|", "6|", "8|",
-                                    head + " Duration=short Type=Info \"Line1=One\" \"Line3=3\"" + tail};
+                                    head + " Duration=short Type=Info \"Line1=One\" \"Line3=3\"" + tail, "0|"};
     for (const auto& version : {Lines{"6", "2"}, Lines{"6", "1"}, Lines{"10", "0"}}) {
         const ChildResult r = install.Run("Toasts", version);
-        for (int nRow = 0; nRow < 6; ++nRow)
+        for (int nRow = 0; nRow < 7; ++nRow)
             EXPECT_EQ(version[1] == "2" ? expected[nRow] : "12|", r.Value(std::to_string(nRow))) << version[0] << r.output;
     }
 }

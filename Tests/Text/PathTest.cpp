@@ -35,6 +35,12 @@ size_t __cdecl Mbscspn(const unsigned char* sz, const unsigned char* szSet)
     return i;
 }
 
+// The native call sizing the name, then refusing it; the blocks the library takes from the run-time are counted.
+LONG NTAPI RefusingSecondQuery(HANDLE, int, PVOID pv, ULONG, PULONG pcb) { return pv ? 0xC000009AL : (*pcb = 10, 0xC0000023L); }
+int s_blocks;
+void* __cdecl CountedCalloc(size_t n, size_t cb) { return ++s_blocks, calloc(n, cb); }
+void __cdecl CountedFree(void* pv) { s_blocks -= pv != nullptr, free(pv); }
+
 } // namespace
 
 // Both widths, null for a null argument; a null file to rename is a soft check. In code page 932 the
@@ -114,6 +120,7 @@ TEST(Names, TokensGuidTextAndRegistryKeyNames)
     };
     HKEY hOpen = nullptr;
     ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System", 0, KEY_READ, &hOpen));
+    static HKEY hKeyAny = hOpen;
     ULONG block[128] = {}, cb = 0;  // the name asked directly: a byte count, the name unterminated, zeros behind
     const auto query = reinterpret_cast<LONG(NTAPI*)(HANDLE, int, PVOID, ULONG, PULONG)>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "ZwQueryKey")));
@@ -134,6 +141,16 @@ TEST(Names, TokensGuidTextAndRegistryKeyNames)
          {failed + "hKey - GetLastError = 1234", verify("W"), failed + "hKey - GetLastError = 1234", verify("A")}},
         {"predefined key: no handle to the native call", TEXT_OF(Tavo::StringFromHKEYW(HKEY_CURRENT_USER)), "",
          {failed + "((NTSTATUS)0xC0000023L) == ZwQueryKey(hKey, KeyNameInformation, 0, 0, &dwSize) - GetLastError = 1234", verify("W")}},
+        {"no native entry", [] { tavo::test::ScopedProcAddressOverride none(Library(), "ZwQueryKey", nullptr); return Text(Tavo::StringFromHKEYW(hKeyAny)); }, "",
+         {failed + "ZwQueryKey = (ZWQUERYKEY)::GetProcAddress(hModule, \"ZwQueryKey\") - GetLastError = 127", "4|Tavo::StringFromHKEYW|StringFromHKEYW(hKey, strOutput) - 0x8007007f"}},
+        {"name refused after sizing: no block kept", [] {
+             tavo::test::ScopedProcAddressOverride refusing(Library(), "ZwQueryKey", &RefusingSecondQuery);
+             TAVO_PATCH_IMPORT(allocate, Library(), "msvcrt.dll", calloc, CountedCalloc);
+             TAVO_PATCH_IMPORT(release, Library(), "msvcrt.dll", free, CountedFree);
+             s_blocks = 0;
+             return Join({Tavo::StringFromHKEYW(hKeyAny), s_blocks});
+         }, " 0", {"128|Tavo::StringFromHKEYW|ERROR: ZwQueryKey(hKey, KeyNameInformation, p, dwSize, &dwSize) = 3221225626",
+                   "4|Tavo::StringFromHKEYW|StringFromHKEYW(hKey, strOutput) - 0xc000009a"}},
     });
     RegCloseKey(hOpen);
     const int nOldCodePage = _getmbcp();

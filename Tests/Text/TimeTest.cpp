@@ -92,8 +92,17 @@ TEST(Time, LocalTimeAndTimeStrings)
         {"year alone: 30 November 2011", both("2012", Tavo::TIME_FORMAT_ISO8601), "1322604000 1322604000", {}},
         {"year 0 is no missing date", both("841/0/0", Tavo::TIME_FORMAT_MDY), "-1 -1", two},  // 841 months on from year 0 is still before 1970
         {"null", both(nullptr, Tavo::TIME_FORMAT_MDY), "-1 -1", two},
+        {"today, in all three forms; a day before or after is not", TEXT_OF(Tavo::IsToday(Tavo::GetUniversalTime()),
+             Tavo::IsToday(Tavo::TimeToFileTime(Tavo::GetUniversalTime())), Tavo::IsToday(Tavo::GetUniversalTime() - 86400),
+             Tavo::IsToday(Tavo::TimeToSystemTime(Tavo::GetUniversalTime() + 86400))), "1 1 0 0", {}},
         {"unknown format", both("12/25/2011", static_cast<Tavo::TIME_FORMAT>(2)), "-1 -1", two},
     }, TimeLines);
+    // Today's midnight, universal and local, in a zone whose date differs from the universal one now.
+    const time_t now = time(nullptr);
+    const bool east = now % 86400 >= 43200;
+    ASSERT_EQ(0, _putenv(east ? "TZ=XXX-12" : "TZ=XXX+12"));
+    _tzset();
+    EXPECT_EQ(Join({now / 86400 * 86400, (now + (east ? 43200 : -43200)) / 86400 * 86400}), Join({Tavo::GetToday(false), Tavo::GetToday(true)}));
     _putenv("TZ=");  // back to the platform's zone
     _tzset();
 }
