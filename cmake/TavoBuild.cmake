@@ -76,8 +76,8 @@ endfunction()
 
 # Registers a test program once per kind of Windows: 64-bit (the library under WOW64) and 32-bit.
 # tavo_add_wine_test(NAME name TARGET target [ARGS ...])
-# A hang fails fast: a program that takes seconds natively and under a minute where 32-bit code is
-# emulated is stopped after two.
+# A hang fails fast: a program that takes a few seconds natively and under half a minute where 32-bit
+# code is emulated is stopped after one.
 function(tavo_add_wine_test)
   cmake_parse_arguments(T "" "NAME;TARGET" "ARGS" ${ARGN})
   foreach(kind win64 win32)
@@ -87,6 +87,6 @@ function(tavo_add_wine_test)
     set_tests_properties(${T_NAME}.${kind} PROPERTIES
                          ENVIRONMENT "TAVO_WINE_ROOT=${CMAKE_BINARY_DIR}/wine"
                          LABELS ${kind}
-                         TIMEOUT 120)
+                         TIMEOUT 60)
   endforeach()
 endfunction()
