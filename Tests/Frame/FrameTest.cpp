@@ -25,7 +25,7 @@ std::string Lines()  // "level|function|text" of each line recorded since the la
 {
     if (!RecorderLoaded()) Tavo::TraceOutput(TRACE_INFO, "", "", 0, "", "");
     std::string s;
-    for (const RecordedLine& l : RecordedLines()) s += std::to_string(l.level) + "|" + l.function + "|" + l.text + "\n";
+    for (const RecordedLine& l : RecordedLines()) s += Brief(l) + "\n";
     return ClearRecordedLines(), s;
 }
 template <typename T> std::string Hex(T n) { return (testing::Message() << std::hex << std::showbase << n).GetString(); }

@@ -19,7 +19,6 @@ using Tavo::CStringW;
 
 namespace {
 
-HMODULE Library() { return GetModuleHandleW(L"TavoCommon.dll"); }
 const HINSTANCE kNoModule = reinterpret_cast<HINSTANCE>(static_cast<INT_PTR>(0x10000));
 template <typename F> F Export(HMODULE h, const char* sz) { return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(h, sz))); }
 

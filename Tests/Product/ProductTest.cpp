@@ -17,7 +17,7 @@
 
 namespace {
 
-HMODULE Library() { return tavo::test::LoadedModule("TavoCommon.dll"); }
+using tavo::test::Library;
 std::string Narrow(const wchar_t* sz) { return std::string(Tavo::CStringA(sz)); }
 std::string Exe() { return _pgmptr; }
 std::string Here() { return Exe().substr(0, Exe().rfind('\\')); }  // in a child: its scratch install
@@ -32,7 +32,7 @@ std::string Lines(const std::string& prefix)
 {
     std::string s;
     for (const tavo::test::RecordedLine& line : tavo::test::RecordedLines())
-        if (line.function.rfind(prefix, 0) == 0) s += std::to_string(line.level) + "|" + line.function + "|" + line.text + ";";
+        if (line.function.rfind(prefix, 0) == 0) s += tavo::test::Brief(line) + ";";
     tavo::test::ClearRecordedLines();
     return s;
 }

@@ -21,7 +21,6 @@ using namespace tavo::test;
 
 namespace {
 
-HMODULE Library() { return LoadedModule("TavoCommon.dll"); }
 std::string Hex(unsigned long n, const char* f = "0x%08lX") { char sz[16]; return std::string(sz, snprintf(sz, 16, f, n)); }
 std::string Installed() { return Tavo::GetInstallDirectoryA(); }  // the library lies beside the tests
 std::string Here() { char sz[MAX_PATH]; return std::string(sz, GetCurrentDirectoryA(MAX_PATH, sz)); }
@@ -30,7 +29,7 @@ Lines Recorded(const char* szFile)
 {
     Lines lines;
     for (const RecordedLine& l : RecordedLines())
-        if (l.file == szFile) lines.push_back(std::to_string(l.level) + "|" + l.function + "|" + l.text);
+        if (l.file == szFile) lines.push_back(Brief(l));
     return ClearRecordedLines(), lines;
 }
 

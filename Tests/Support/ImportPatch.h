@@ -20,6 +20,8 @@ inline HMODULE LoadedModule(const char* name, const char* file = __builtin_FILE(
     if (!module) ADD_FAILURE_AT(file, line) << name << " is not loaded in this process";
     return module;
 }
+// The library under test, as this program loaded it.
+inline HMODULE Library() { return LoadedModule("TavoCommon.dll"); }
 
 // Live patches, oldest first, a record per slot with what the slot held beneath it; an override's
 // records also hold the name it answers and its answer. The lock is for fakes on any thread.

@@ -15,14 +15,13 @@ using namespace tavo::test;
 
 namespace {
 
-HMODULE Lib() { return LoadedModule("TavoCommon.dll"); }
 bool OnWow64() { return GetEnvironmentVariableA("PROCESSOR_ARCHITEW6432", nullptr, 0) != 0; }  // as Windows tells it
 std::string Hex(long hr) { char s[12]; return std::string(s, snprintf(s, sizeof s, "%#lx", hr)); }
 std::string Narrow(const wchar_t* sz) { return sz ? std::string(Tavo::CStringA(sz)) : "(null)"; }
 std::string Lines()  // "level|function|text" of each line recorded since the last call
 {
     std::string s;
-    for (const RecordedLine& l : RecordedLines()) s += std::to_string(l.level) + "|" + l.function + "|" + l.text + "\n";
+    for (const RecordedLine& l : RecordedLines()) s += Brief(l) + "\n";
     return ClearRecordedLines(), s;
 }
 
@@ -48,10 +47,10 @@ HANDLE WINAPI FakeFindFirstFileEx(const CHAR*, FINDEX_INFO_LEVELS level, LPVOID,
 TAVO_CHILD_CASE(FreshProcess)
 {
     const bool beforeNT = ChildArgs()[0][0] == '1', is64 = OnWow64() && !beforeNT;
-    ScopedImportPatch version(Lib(), "KERNEL32.dll", "GetVersionExA", &FakeGetVersionExA);
-    ScopedProcAddressOverride isWow64(Lib(), "IsWow64Process", beforeNT ? nullptr : GetProcAddress(GetModuleHandleA("kernel32"), "IsWow64Process"));
-    TAVO_PATCH_IMPORT(findW, Lib(), "KERNEL32.dll", FindFirstFileExW, FakeFindFirstFileEx<wchar_t>);
-    TAVO_PATCH_IMPORT(findA, Lib(), "KERNEL32.dll", FindFirstFileExA, FakeFindFirstFileEx<char>);
+    ScopedImportPatch version(Library(), "KERNEL32.dll", "GetVersionExA", &FakeGetVersionExA);
+    ScopedProcAddressOverride isWow64(Library(), "IsWow64Process", beforeNT ? nullptr : GetProcAddress(GetModuleHandleA("kernel32"), "IsWow64Process"));
+    TAVO_PATCH_IMPORT(findW, Library(), "KERNEL32.dll", FindFirstFileExW, FakeFindFirstFileEx<wchar_t>);
+    TAVO_PATCH_IMPORT(findA, Library(), "KERNEL32.dll", FindFirstFileExA, FakeFindFirstFileEx<char>);
     int servicePack = 12345, code = (g_version = &version, Tavo::GetOS(&servicePack));
     std::string os = std::to_string(code) + " sp " + std::to_string(servicePack) + " ";
     for (bool b : {Tavo::IsXP(), Tavo::IsWinXPOrNewer(), Tavo::IsVista(), Tavo::IsWinVistaOrNewer(), Tavo::IsWin7(), Tavo::IsWin7OrNewer(),
@@ -159,9 +158,9 @@ TEST(Ssd, DecisionFollowsTheDeviceAnswers)
         {[] { return Tavo::IsDriveSSDA("e:\\x"); }, {{0, 0}, -1, -1, 1}, S_OK, L"e:EcdPAc", ""},
         {[] { return Tavo::IsDriveSSDA('\xE9'); }, {{2, 0}, 0, 0, 0}, long(0x80070002), L"\xFFE9:!", open + "2\n"},
     };
-    TAVO_PATCH_IMPORT(create, Lib(), "KERNEL32.dll", CreateFileW, FakeCreateFileW);
-    TAVO_PATCH_IMPORT(control, Lib(), "KERNEL32.dll", DeviceIoControl, FakeDeviceIoControl);
-    TAVO_PATCH_IMPORT(close, Lib(), "KERNEL32.dll", CloseHandle, FakeCloseHandle);
+    TAVO_PATCH_IMPORT(create, Library(), "KERNEL32.dll", CreateFileW, FakeCreateFileW);
+    TAVO_PATCH_IMPORT(control, Library(), "KERNEL32.dll", DeviceIoControl, FakeDeviceIoControl);
+    TAVO_PATCH_IMPORT(close, Library(), "KERNEL32.dll", CloseHandle, FakeCloseHandle);
     for (const auto& row : rows) {
         Disk disk = row.disk;
         g_disk = &disk, Lines();
@@ -235,8 +234,8 @@ HRESULT WINAPI FakeCoSetProxyBlanket(IUnknown*, DWORD authn, DWORD authz, OLECHA
 template <typename F>
 auto WithWmi(Wmi wmi, F f)  // the result and the log; every fake that f made must be released by its end
 {
-    TAVO_PATCH_IMPORT(create, Lib(), "ole32.dll", CoCreateInstance, FakeCoCreateInstance);
-    TAVO_PATCH_IMPORT(blanket, Lib(), "ole32.dll", CoSetProxyBlanket, FakeCoSetProxyBlanket);
+    TAVO_PATCH_IMPORT(create, Library(), "ole32.dll", CoCreateInstance, FakeCoCreateInstance);
+    TAVO_PATCH_IMPORT(blanket, Library(), "ole32.dll", CoSetProxyBlanket, FakeCoSetProxyBlanket);
     g_wmi = &wmi, Lines();
     auto result = f();
     EXPECT_EQ(0, wmi.live) << "COM objects left unreleased";

@@ -32,7 +32,7 @@ inline std::string Join(std::initializer_list<AsText> values)
     return joined.substr(1);
 }
 inline std::string Hex(long hr) { char sz[11]; snprintf(sz, sizeof(sz), "0x%08lX", static_cast<unsigned long>(hr)); return sz; }
-inline HMODULE Library() { return tavo::test::LoadedModule("TavoCommon.dll"); }
+using tavo::test::Library;
 
 // A buffer form given cch characters of cch + 1, all '#': "HRESULT text", a terminator shown as '|'.
 template <typename XCHAR, typename F>
@@ -48,7 +48,7 @@ std::string Probe(int cch, F f)
 inline Lines Recorded()
 {
     Lines lines;
-    for (const tavo::test::RecordedLine& l : tavo::test::RecordedLines()) lines.push_back(std::to_string(l.level) + "|" + l.function + "|" + l.text);
+    for (const tavo::test::RecordedLine& l : tavo::test::RecordedLines()) lines.push_back(tavo::test::Brief(l));
     tavo::test::ClearRecordedLines();
     return lines;
 }
